@@ -1,0 +1,14 @@
+# Finds the picture library and defines FreeImage::FreeImage.
+find_path(FreeImage_INCLUDE_DIR FreeImage.h)
+find_library(FreeImage_LIBRARY freeimage)
+
+include(FindPackageHandleStandardArgs)
+find_package_handle_standard_args(FreeImage REQUIRED_VARS FreeImage_LIBRARY FreeImage_INCLUDE_DIR)
+mark_as_advanced(FreeImage_INCLUDE_DIR FreeImage_LIBRARY)
+
+if(FreeImage_FOUND AND NOT TARGET FreeImage::FreeImage)
+    add_library(FreeImage::FreeImage UNKNOWN IMPORTED)
+    set_target_properties(FreeImage::FreeImage PROPERTIES
+        IMPORTED_LOCATION ${FreeImage_LIBRARY}
+        INTERFACE_INCLUDE_DIRECTORIES ${FreeImage_INCLUDE_DIR})
+endif()

@@ -1,0 +1,7 @@
+#include "accel/ray.h"
+
+namespace hv {
+
+PerThread<NormalMatrixStack> InstanceNormalMatrices;
+
+}  // namespace hv

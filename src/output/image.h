@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace hv {
+
+/// A picture in memory. Samples stand row by row, channels interleaved, red first; one of the pixel stores is in use.
+struct Image {
+    bool                       loaded = false;
+    std::vector<std::uint32_t> bit_pixels;  ///< one bit a sample
+    std::vector<std::uint8_t>  pixels8;
+    std::vector<std::uint16_t> pixels16;
+    std::vector<float>         pixels32;
+    std::vector<double>        pixels64;
+    std::vector<std::uint32_t> pixels_rgbe;    ///< one word a pixel: red, green, blue, exponent
+    std::string                path;           ///< file name; an AOV without one is not written
+    int                        bits     = 32;  ///< per channel: 1, 8, 16, 32 or 64
+    int                        channels = 3;
+    int                        width = 0, height = 0;
+    bool                       packed        = false;  ///< the pixels are in pixels_rgbe
+    bool                       allow_packing = true;
+};
+
+/// Sizes one pixel store and zeroes it. A size, channel or bit count that does not fit, or too little memory, leaves the
+/// image empty and not loaded, and returns false.
+bool AllocateImage(Image& image, int width, int height, int channels, int bits, bool packed);
+
+/// Pixel `index` (y * width + x) as three channels. 8- and 16-bit samples are scaled by 1/255; one channel is repeated.
+/// An index beyond the image reads black and writes nothing.
+void ReadImagePixel(const Image& image, float out[3], std::uint32_t index);
+void WriteImagePixel(Image& image, const float in[3], std::uint32_t index);
+
+/// Bytes of all pixel stores.
+std::int64_t ImageBytes(const Image& image);
+
+/// Writes the picture in the format that its path names. Values go as they stand. Returns false, and prints nothing, for
+/// an empty path, an image without pixels, an unknown ending or a failed save.
+bool WriteImage(const Image& image);
+
+}  // namespace hv

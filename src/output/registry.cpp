@@ -1,0 +1,7 @@
+#include "output/output.h"
+
+namespace hv {
+
+std::vector<Camera> Cameras;
+
+}  // namespace hv
