@@ -37,8 +37,10 @@ Part::Part(const Part& other)
       shaderID(other.shaderID),
       name(other.name),
       shaderName(other.shaderName),
-      hasMotion(other.hasMotion)
-{}
+      hasMotion(other.hasMotion),
+      isPrepared(other.isPrepared)
+{
+}
 
 Part& Part::operator=(const Part& other)
 {

@@ -72,6 +72,7 @@ struct Part {
     std::string                      name;
     std::string                      shaderName = "undefined";
     bool                             hasMotion  = false;  ///< set by PreparePart
+    bool                             isPrepared = false;  ///< set by PreparePart: faces are flipped but once
     std::unique_ptr<WeldTable>       weldBuckets;         ///< released when the part is prepared
 };
 

@@ -9,8 +9,8 @@ namespace hv {
 void SkyLightDefaults();
 void GeometryLightDefaults();
 
-/// Preparation stages. The importance tables of the sky, the emitter list of the geometry light and the photon power of
-/// the analytic lights come with direct light sampling; today the stages normalise, resolve what they can and report.
+/// Preparation stages: links resolved, axes normalised, powers and AOVs made, the report printed. The importance tables of
+/// the sky and the emitter list of the geometry light come with direct light sampling.
 void PrepareSkyLight();
 void PrepareGeometryLight();
 void PrepareGaffer();
@@ -22,6 +22,9 @@ void FinalizeGaffer();
 
 /// Whether a link list lets a light act on a shader: an empty list does.
 bool IsLinked(const std::vector<std::uint32_t>& link_shaders, std::uint32_t shader);
+
+/// Whether direct lighting samples emissive surfaces from a list of points on them.
+bool HasEmitterList();
 
 /// Radiance of the sky seen by a ray that left the scene.
 Color SkyRadiance(const RayRecord& ray);

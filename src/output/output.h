@@ -18,6 +18,9 @@ void CameraDefaults(Camera& camera);
 /// Limits sample and region, fills unset pose fields, prepares both poses, allocates the AOVs, prints the report.
 void PrepareCamera(Camera& camera);
 
+/// Whether the beauty buffer has the size of the film: a camera may be added or resized after the camera stage.
+bool IsFilmPrepared(const Camera& camera);
+
 /// Derives basis, focus and image distance of a pose for a film of `width` pixels.
 void PreparePose(CameraPose& pose, int width);
 

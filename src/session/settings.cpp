@@ -1,5 +1,7 @@
 #include "session/settings.h"
 
+#include <algorithm>
+
 namespace hv {
 
 RendererSettings Settings;
@@ -17,6 +19,19 @@ void ResetRendererSettings()
     Settings.PhotonDepth    = 8;
     Settings.RendererSample = 64;
     Settings.FinalGathering = false;
+}
+
+void LimitSettings()
+{
+    // Path depths travel in one byte of the ray record, a photon's one step ahead of it.
+    constexpr int kMaxRayDepth    = 255;
+    constexpr int kMaxPhotonDepth = 254;
+
+    for (int channel = 0; channel < 3; ++channel)
+        if (!(Settings.Clamp[channel] > 0.0f)) Settings.Clamp[channel] = 0.0f;
+    Settings.RayDepth    = std::clamp(Settings.RayDepth, 1, kMaxRayDepth);
+    Settings.PhotonDepth = std::clamp(Settings.PhotonDepth, 1, kMaxPhotonDepth);
+    Settings.Bounce      = std::max(Settings.Bounce, 1);
 }
 
 void SetRadius(float radius)

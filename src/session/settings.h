@@ -32,6 +32,9 @@ extern RendererSettings Settings;
 /// Sets RayDepth, PhotonDepth, RendererSample and FinalGathering as start-up and finalize do.
 void ResetRendererSettings();
 
+/// Brings every setting into its range: Clamp at least 0, depths 1 to 255 (photons 254), Bounce at least 1.
+void LimitSettings();
+
 /// Sets the gathering radius together with its square and cube.
 void SetRadius(float radius);
 

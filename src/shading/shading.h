@@ -27,6 +27,9 @@ void PrepareShader(Shader& shader);
 /// Remakes ShaderTraits from Shaders.
 void RefreshShaderTraits();
 
+/// Prepared and black on both sides: stands in where there is nothing to read. Made when the library is loaded.
+extern const Shader BlackShader;
+
 /// The shader at an index; out of range the first one, and a black one when there is none at all. Always has both side
 /// lists filled when it is prepared.
 const Shader& ShaderAt(std::uint32_t index);

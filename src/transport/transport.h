@@ -36,10 +36,6 @@ float WardLobe(Vector outgoing, Vector incoming, const SurfacePoint& point);
 /// Refracts d at a surface with normal n; c = -(d . n). Returns true on total internal reflection, `out` untouched.
 bool Refract(Vector& out, Vector d, Vector n, float eta, float c);
 
-/// Looks for a nearby point on the same shader by a short ray. Returns false when it finds none; `weight` is a factor per
-/// channel.
-bool ProbeDiffusion(const RayRecord& ray, const SurfacePoint& point, SurfacePoint& probe, Color& weight);
-
 // ---- Direct light (direct.cpp) ----
 ElementRadiance GeometryLightDirect(const RayRecord& ray, const SurfacePoint& point);
 ElementRadiance SkyDirect(const RayRecord& ray, const SurfacePoint& point);
@@ -65,7 +61,7 @@ bool HasDensityCells();
 Color DensityFront(const RayRecord& ray);
 Color DensityBack(const RayRecord& ray);
 
-/// Sets up the density cells of a part of the root object; called by the scene preparation through its caller.
-void PrepareDensity();
+/// Sets up the density cells of a part of the root object; the scene preparation runs it through its caller.
+void PrepareDensity(Part& part);
 
 }  // namespace hv

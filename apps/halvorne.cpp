@@ -1,0 +1,174 @@
+// The command-line host: renders a scene folder to a picture. It uses nothing but the public headers. Standard output
+// carries the library's report alone; whatever this program has to say goes to standard error.
+
+#include <cstdio>
+#include <filesystem>
+#include <optional>
+#include <set>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "hv.h"
+#include "hvx.h"
+#include "options.h"
+#include "output_file.h"
+#include "progress.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+enum ExitStatus { kPictureWritten = 0, kFailed = 1 };
+
+/// Everything decided before the render starts.
+struct Plan {
+    fs::path              scene;   ///< absolute
+    fs::path              beauty;  ///< absolute
+    std::vector<fs::path> aovs;    ///< absolute, one for each requested AOV
+};
+
+/// What the library told about the files of this run.
+struct Written {
+    std::string           beauty;                  ///< path to watch for
+    bool                  beauty_written = false;  ///< the last attempt made a file
+    std::set<std::string> failed;                  ///< each is told once, though the library writes twice
+};
+
+int Fail(const std::string& message)
+{
+    std::fprintf(stderr, "halvorne: %s\n", message.c_str());
+    return kFailed;
+}
+
+/// Last part of a folder's path: "room" for "scenes/room/" and for "." inside it.
+std::string FolderName(const fs::path& folder)
+{
+    const fs::path name = folder.has_filename() ? folder.filename() : folder.parent_path().filename();
+    return name.empty() ? "scene" : name.string();
+}
+
+/// Resolves all paths against the folder that the program was started in, and tries them. Returns what is wrong.
+std::string MakePlan(const Options& options, Plan& plan)
+{
+    std::error_code error;
+    plan.scene = fs::canonical(options.scene, error);
+    if (error || !fs::is_directory(plan.scene, error)) return "'" + options.scene + "' is not a folder";
+
+    const std::string name = options.output.empty() ? FolderName(plan.scene) + ".hdr" : options.output;
+    plan.beauty            = fs::absolute(name, error).lexically_normal();
+    if (error) return "cannot resolve '" + name + "'";
+    if (std::string problem = CheckEnding(plan.beauty); !problem.empty()) return problem;
+
+    for (const AovRequest& aov : options.aovs) plan.aovs.push_back(BesideBeauty(plan.beauty, aov.word));
+    if (std::string problem = CheckCreatable(plan.beauty); !problem.empty()) return problem;
+    for (const fs::path& file : plan.aovs) {
+        if (std::string problem = CheckCreatable(file); !problem.empty()) return problem;
+    }
+
+    // Geometry paths of a scene are relative to the working folder.
+    if (options.change_folder) fs::current_path(plan.scene, error);
+    return error ? "cannot enter '" + plan.scene.string() + "'" : "";
+}
+
+void ApplySettings(const Options& options)
+{
+    if (options.seed) hvxSetSeed(*options.seed);
+    if (options.threads) hvxSetThreadCount(*options.threads);
+    if (options.quiet) hvxSetReport(false);
+}
+
+/// Puts the wishes of the command line over camera 0 as the scene made it.
+void OverrideCamera(const Options& options, const Plan& plan)
+{
+    if (options.frames) hvSetCameraSample(0, *options.frames);
+    if (options.size) hvSetCameraResolution(0, (*options.size)[0], (*options.size)[1]);
+    if (const auto& region = options.region) {
+        hvSetCameraRegion(0, (*region)[0], (*region)[1], (*region)[2], (*region)[3]);
+    }
+    hvSetCameraAOVName(0, 0, plan.beauty.c_str());
+    for (std::size_t i = 0; i < options.aovs.size(); ++i) {
+        const int aov = hvAddCameraAOV(0);
+        hvSetCameraAOVName(0, aov, plan.aovs[i].c_str());
+        hvSetCameraAOVChannel(0, aov, options.aovs[i].channel);
+        if (!options.aovs[i].user_data.empty()) hvSetCameraAOVUserData(0, aov, options.aovs[i].user_data.c_str());
+    }
+    // The other cameras do not render; without a name their black pictures stay out of the folder.
+    for (int camera = 1; camera < hvxGetCameraCount(); ++camera) hvSetCameraAOVName(camera, 0, "");
+}
+
+/// Checks what only the loaded scene can tell. Returns what is wrong.
+std::string CheckCamera(const Options& options)
+{
+    int width = 0, height = 0;
+    if (!hvxGetCamera(0, &width, &height, nullptr)) return "the scene has no camera";
+    if (width < 1 || height < 1) return "the camera's film has no pixels";
+    if (const auto& region = options.region) {
+        const bool is_outside =
+            (*region)[0] >= width || (*region)[1] >= height || (*region)[2] <= 0 || (*region)[3] <= 0;
+        if (is_outside)
+            return "the region lies outside the film of " + std::to_string(width) + "x" + std::to_string(height);
+    }
+    return "";
+}
+
+bool OnFrame(int finished, int total, void* user) { return static_cast<Progress*>(user)->AfterFrame(finished, total); }
+
+void OnWrite(const char* path, bool written, void* user)
+{
+    Written& files = *static_cast<Written*>(user);
+    if (!written && files.failed.insert(path).second) Fail(std::string("cannot write '") + path + "'");
+    if (files.beauty == path) files.beauty_written = written;
+}
+
+/// Prepares and renders the loaded scene and writes its pictures.
+int Render(const Options& options, const Plan& plan)
+{
+    Written  files{.beauty = plan.beauty.string()};
+    Progress progress(!options.quiet);
+    hvxSetWriteCallback(OnWrite, &files);
+    hvxSetFrameCallback(OnFrame, &progress);
+
+    hvInitialize();
+    hvxImage film{};
+    if (!hvxGetCameraAOV(0, 0, &film)) return Fail("no memory for the camera's film");
+    progress.Start();
+    hvRender();
+    hvFinalize();
+
+    if (!files.beauty_written || !files.failed.empty()) return kFailed;
+    if (progress.is_stopped() && !options.quiet)
+        std::fputs("halvorne: stopped early: the picture has more noise, those of --aov are darker\n", stderr);
+    if (!options.quiet) std::fprintf(stderr, "halvorne: wrote %s\n", plan.beauty.c_str());
+    return kPictureWritten;
+}
+
+/// Everything between start-up and shutdown of the library.
+int RunSession(const Options& options, const Plan& plan)
+{
+    hvxPrintBanner();
+    // With its separator, so that the folder's own "image" folder is searched.
+    if (hvxLoadScene((plan.scene.string() + "/").c_str()) < 0) return Fail("cannot read '" + plan.scene.string() + "'");
+    if (hvxGetCameraCount() < 1) return Fail("'" + plan.scene.string() + "' has no camera");
+    OverrideCamera(options, plan);
+    if (const std::string problem = CheckCamera(options); !problem.empty()) return Fail(problem);
+    return Render(options, plan);
+}
+
+}  // namespace
+
+int main(int argument_count, char** arguments)
+{
+    Options options;
+    if (const std::optional<int> status = ReadOptions(argument_count, arguments, options)) return *status;
+
+    Plan plan;
+    if (const std::string problem = MakePlan(options, plan); !problem.empty()) return Fail(problem);
+
+    CatchStopSignals();
+    ApplySettings(options);
+    hvStartup();
+    const int status = RunSession(options, plan);
+    hvShutdown();
+    return status;
+}

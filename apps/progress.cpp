@@ -1,0 +1,49 @@
+#include "progress.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+
+namespace {
+
+// Written by a signal handler, hence at file scope.
+volatile std::sig_atomic_t stop_requested = 0;
+
+void RequestStop(int) { stop_requested = 1; }
+
+}  // namespace
+
+void CatchStopSignals()
+{
+    struct sigaction action = {};
+    action.sa_handler       = RequestStop;
+    action.sa_flags         = static_cast<int>(SA_RESETHAND | SA_RESTART);
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+}
+
+Progress::Progress(bool visible) : visible_(visible && isatty(STDERR_FILENO) == 1) {}
+
+void Progress::Start() { start_ = printed_ = Clock::now(); }
+
+bool Progress::AfterFrame(int finished, int total)
+{
+    stopped_ = stop_requested != 0 && finished < total;
+    if (!visible_) return !stopped_;
+
+    const Clock::time_point now     = Clock::now();
+    const bool              is_last = finished == total || stopped_;
+    if (!is_last && now - printed_ < std::chrono::milliseconds(100)) return !stopped_;
+    printed_ = now;
+
+    // The line ends at column 1, so that the library's next line, or the last one here, covers it.
+    std::fputs("\033[K", stderr);
+    if (!is_last) {
+        const double elapsed = std::chrono::duration<double>(now - start_).count();
+        const long   left    = static_cast<long>(elapsed / finished * (total - finished) + 0.5);
+        std::fprintf(stderr, "frame %d of %d, %ld:%02ld:%02ld left\r", finished, total, left / 3600, left / 60 % 60,
+                     left % 60);
+    }
+    std::fflush(stderr);
+    return !stopped_;
+}

@@ -1,0 +1,66 @@
+#include "accel/accel.h"
+#include "geometry/object.h"
+
+namespace hv {
+
+namespace {
+
+constexpr std::size_t kBlockLength = 4;
+
+void PackTriangle(const Part& part, std::uint32_t index, int lane, LeafBlock& block)
+{
+    const Triangle& triangle = part.triangles[index];
+    const Vector    p0       = part.positions[triangle.i0];
+    const Vector    e1 = part.positions[triangle.i1] - p0, e2 = part.positions[triangle.i2] - p0;
+    for (int axis = 0; axis < 3; ++axis) {
+        block.values[axis * 4 + lane]      = p0[axis];
+        block.values[axis * 4 + lane + 12] = e1[axis];
+        block.values[axis * 4 + lane + 24] = e2[axis];
+    }
+}
+
+void PackTetragon(const Part& part, std::uint32_t index, int lane, LeafBlock& block)
+{
+    const Tetragon&     tetragon   = part.tetragons[index];
+    const std::uint32_t corners[4] = {tetragon.i0, tetragon.i1, tetragon.i2, tetragon.i3};
+    for (int corner = 0; corner < 4; ++corner) {
+        const Vector p = part.positions[corners[corner]];
+        for (int axis = 0; axis < 3; ++axis) block.values[(corner * 3 + axis) * 3 + lane] = p[axis];
+    }
+}
+
+/// All references of a block are of one kind class, so the first tells it; those of kind None come last.
+LeafBlock PackBlock(const Object& object, const PrimitiveRef* refs)
+{
+    LeafBlock  block{};
+    const auto kind = static_cast<PrimitiveKind>(refs[0].kind);
+    for (int lane = 0; lane < 4; ++lane) {
+        const PrimitiveRef& ref = refs[lane];
+        block.index[lane]       = kNone;
+        if (ref.kind == static_cast<std::uint16_t>(PrimitiveKind::None)) continue;
+        block.index[lane] = ref.index;
+        block.part[lane]  = ref.part;
+        ++block.used;
+        if (kind == PrimitiveKind::Triangle) PackTriangle(object.parts[ref.part], ref.index, lane, block);
+        if (kind == PrimitiveKind::Tetragon) PackTetragon(object.parts[ref.part], ref.index, lane, block);
+    }
+    const bool is_packed = kind == PrimitiveKind::Triangle || kind == PrimitiveKind::Tetragon;
+    block.kind           = static_cast<std::uint8_t>(is_packed ? kind : PrimitiveKind::None);
+    return block;
+}
+
+}  // namespace
+
+void PackLeaves(Object& object)
+{
+    const auto count = static_cast<std::int64_t>(object.wideRefs.size() / kBlockLength);
+    object.leafBlocks.resize(static_cast<std::size_t>(count));
+    object.leafBlocks.shrink_to_fit();
+#pragma omp parallel for schedule(static) num_threads(TeamSize()) if (count >= 1024)
+    for (std::int64_t b = 0; b < count; ++b) {
+        const auto block         = static_cast<std::size_t>(b);
+        object.leafBlocks[block] = PackBlock(object, &object.wideRefs[block * kBlockLength]);
+    }
+}
+
+}  // namespace hv

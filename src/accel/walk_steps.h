@@ -1,0 +1,63 @@
+#pragma once
+
+#include "accel/leaf_tests.h"
+#include "accel/slab.h"
+#include "base/float8.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstdint>
+
+/// The steps that the closest-hit walks and the occlusion walk share; private to this folder.
+namespace hv {
+
+/// Room for the lanes that wait while a walk goes down a tree of the usual depth, and for the deepest tree there is. At
+/// each level at most seven lanes wait.
+inline constexpr std::uint32_t kUsualDepth   = 63;
+inline constexpr std::uint32_t kGreatestDepth = 255;
+
+/// A ray brought into the space of an instance for as long as this lives; the record is restored at the end.
+class InstanceEntry {
+public:
+    InstanceEntry(RayRecord& ray, const Instance& instance, float inverse_at_zero)
+        : ray_(ray), origin_(ray.origin), direction_(ray.direction), inverse_direction_(ray.inverse_direction)
+    {
+        ray.origin            = TransformPoint(instance.inverse, ray.origin);
+        ray.direction         = instance.directionMatrix * ray.direction;
+        ray.inverse_direction = Reciprocal(ray.direction, inverse_at_zero);
+        ++ray.instance_depth;
+    }
+    ~InstanceEntry()
+    {
+        --ray_.instance_depth;
+        ray_.origin            = origin_;
+        ray_.direction         = direction_;
+        ray_.inverse_direction = inverse_direction_;
+    }
+    InstanceEntry(const InstanceEntry&)            = delete;
+    InstanceEntry& operator=(const InstanceEntry&) = delete;
+
+private:
+    RayRecord&   ray_;
+    const Vector origin_, direction_, inverse_direction_;
+};
+
+/// The Object that an instance places, null when the ray may not enter it: nothing placed, or nested too deep.
+inline Object* PlacedObject(const Instance& instance, const RayRecord& ray)
+{
+    const bool enters = ray.instance_depth < kMaxInstanceDepth && instance.object < Objects.size();
+    return enters ? &Objects[instance.object] : nullptr;
+}
+
+/// The shader stamped on a packed face.
+HV_INLINE std::uint32_t StampedShader(const Object& object, const LeafBlock& block, unsigned lane)
+{
+    const Part&         part  = object.parts[block.part[lane]];
+    const std::uint32_t index = block.index[lane];
+    return block.kind == static_cast<std::uint8_t>(PrimitiveKind::Triangle) ? part.triangles[index].shader
+                                                                            : part.tetragons[index].shader;
+}
+
+inline bool HasKind(const LeafBlock& block, PrimitiveKind kind) { return block.kind == static_cast<std::uint8_t>(kind); }
+
+}  // namespace hv

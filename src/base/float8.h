@@ -1,0 +1,109 @@
+#pragma once
+
+#include <cstdint>
+#include <immintrin.h>
+
+/// Four and eight floats side by side. The only file that names intrinsics: kernels are written with these operators.
+/// Nothing here is fused or approximate unless its name says so, so a lane gives the bits of the same scalar expression.
+namespace hv {
+
+struct Float8 {
+    __m256 lanes;
+};
+struct Float4 {
+    __m128 lanes;
+};
+
+inline Float8 Splat8(float x) { return {_mm256_set1_ps(x)}; }
+inline Float4 Splat4(float x) { return {_mm_set1_ps(x)}; }
+inline Float8 Load8(const float* p) { return {_mm256_load_ps(p)}; }          // p aligned to 32 bytes
+inline Float4 Load4(const float* p) { return {_mm_load_ps(p)}; }             // p aligned to 16 bytes
+inline Float4 LoadUnaligned4(const float* p) { return {_mm_loadu_ps(p)}; }   // p anywhere
+inline void   Store8(float* p, Float8 a) { _mm256_store_ps(p, a.lanes); }    // p aligned to 32 bytes
+inline void   Store4(float* p, Float4 a) { _mm_store_ps(p, a.lanes); }       // p aligned to 16 bytes
+
+inline Float8 operator+(Float8 a, Float8 b) { return {_mm256_add_ps(a.lanes, b.lanes)}; }
+inline Float8 operator-(Float8 a, Float8 b) { return {_mm256_sub_ps(a.lanes, b.lanes)}; }
+inline Float8 operator*(Float8 a, Float8 b) { return {_mm256_mul_ps(a.lanes, b.lanes)}; }
+inline Float8 operator/(Float8 a, Float8 b) { return {_mm256_div_ps(a.lanes, b.lanes)}; }
+inline Float8 operator&(Float8 a, Float8 b) { return {_mm256_and_ps(a.lanes, b.lanes)}; }
+inline Float4 operator+(Float4 a, Float4 b) { return {_mm_add_ps(a.lanes, b.lanes)}; }
+inline Float4 operator-(Float4 a, Float4 b) { return {_mm_sub_ps(a.lanes, b.lanes)}; }
+inline Float4 operator*(Float4 a, Float4 b) { return {_mm_mul_ps(a.lanes, b.lanes)}; }
+inline Float4 operator/(Float4 a, Float4 b) { return {_mm_div_ps(a.lanes, b.lanes)}; }
+inline Float4 operator&(Float4 a, Float4 b) { return {_mm_and_ps(a.lanes, b.lanes)}; }
+inline Float4 operator|(Float4 a, Float4 b) { return {_mm_or_ps(a.lanes, b.lanes)}; }
+
+// When either operand is a non-number, Max and Min give b: put what may be none first and what is known second.
+inline Float8 Max(Float8 a, Float8 b) { return {_mm256_max_ps(a.lanes, b.lanes)}; }
+inline Float8 Min(Float8 a, Float8 b) { return {_mm256_min_ps(a.lanes, b.lanes)}; }
+inline Float4 Max(Float4 a, Float4 b) { return {_mm_max_ps(a.lanes, b.lanes)}; }
+inline Float4 Min(Float4 a, Float4 b) { return {_mm_min_ps(a.lanes, b.lanes)}; }
+
+inline Float8 Absolute(Float8 a) { return {_mm256_andnot_ps(_mm256_set1_ps(-0.0f), a.lanes)}; }
+
+/// 1 / sqrt(a) with a relative error near 2 to the power -12; infinity at 0.
+inline Float8 FastReciprocalRoot(Float8 a) { return {_mm256_rsqrt_ps(a.lanes)}; }
+
+// Comparisons fill a lane with ones or zeroes; a non-number never passes.
+inline Float8 Less(Float8 a, Float8 b) { return {_mm256_cmp_ps(a.lanes, b.lanes, _CMP_LT_OQ)}; }
+inline Float8 LessEqual(Float8 a, Float8 b) { return {_mm256_cmp_ps(a.lanes, b.lanes, _CMP_LE_OQ)}; }
+inline Float4 Less(Float4 a, Float4 b) { return {_mm_cmp_ps(a.lanes, b.lanes, _CMP_LT_OQ)}; }
+inline Float4 LessEqual(Float4 a, Float4 b) { return {_mm_cmp_ps(a.lanes, b.lanes, _CMP_LE_OQ)}; }
+
+/// Bit i of the result is lane i of a comparison.
+inline unsigned Bits(Float8 a) { return static_cast<unsigned>(_mm256_movemask_ps(a.lanes)); }
+inline unsigned Bits(Float4 a) { return static_cast<unsigned>(_mm_movemask_ps(a.lanes)); }
+
+/// Bit i: the i-th of four words, aligned to 16 bytes, equals `value`.
+inline unsigned EqualBits4(const std::uint32_t* p, std::uint32_t value)
+{
+    const __m128i words = _mm_load_si128(reinterpret_cast<const __m128i*>(p));
+    const __m128i equal = _mm_cmpeq_epi32(words, _mm_set1_epi32(static_cast<int>(value)));
+    return static_cast<unsigned>(_mm_movemask_ps(_mm_castsi128_ps(equal)));
+}
+
+/// Asks for the cache line of p.
+inline void Prefetch(const void* p) { _mm_prefetch(static_cast<const char*>(p), _MM_HINT_T0); }
+
+/// Three coordinates in lanes.
+template <class Lanes>
+struct VectorLanes {
+    Lanes x, y, z;
+};
+using Vector8 = VectorLanes<Float8>;
+using Vector4 = VectorLanes<Float4>;
+
+// The operation order of the scalar Dot and Cross.
+template <class L>
+inline VectorLanes<L> operator+(VectorLanes<L> a, VectorLanes<L> b)
+{
+    return {a.x + b.x, a.y + b.y, a.z + b.z};
+}
+template <class L>
+inline VectorLanes<L> operator-(VectorLanes<L> a, VectorLanes<L> b)
+{
+    return {a.x - b.x, a.y - b.y, a.z - b.z};
+}
+template <class L>
+inline VectorLanes<L> operator*(L s, VectorLanes<L> a)
+{
+    return {s * a.x, s * a.y, s * a.z};
+}
+template <class L>
+inline VectorLanes<L> operator/(VectorLanes<L> a, L s)
+{
+    return {a.x / s, a.y / s, a.z / s};
+}
+template <class L>
+inline L Dot(VectorLanes<L> a, VectorLanes<L> b)
+{
+    return a.x * b.x + a.y * b.y + a.z * b.z;
+}
+template <class L>
+inline VectorLanes<L> Cross(VectorLanes<L> a, VectorLanes<L> b)
+{
+    return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
+}
+
+}  // namespace hv

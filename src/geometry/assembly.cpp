@@ -1,0 +1,130 @@
+#include "geometry/assembly.h"
+
+#include "accel/accel.h"
+#include "output/camera.h"
+#include "session/console.h"
+#include "shading/shading.h"
+
+namespace hv {
+
+namespace {
+
+/// The order in which PrepareScene prepared the objects: targets first. MoveObjects follows it.
+std::vector<std::uint32_t> UpdateOrder;
+
+/// Frames over which a motion is spread.
+int FrameCount()
+{
+    const Camera* camera = ActiveCamera();
+    return camera != nullptr ? std::max(camera->sample, 1) : 1;
+}
+
+void SetSceneValues()
+{
+    const bool has_root = RootObject < Objects.size();
+    SceneBox            = has_root ? Objects[RootObject].box : Box{{0, 0, 0}, {0, 0, 0}};
+    if (!has_root) {
+        SceneCenter = {};
+        SceneRadius = 0.0f;
+    } else if (IsEmpty(SceneBox)) {
+        SceneCenter = {};
+        SceneRadius = 1e-5f;
+    } else {
+        SceneCenter = 0.5f * (SceneBox.min + SceneBox.max);
+        SceneRadius = 0.5f * Length(SceneBox.max - SceneBox.min);
+    }
+}
+
+/// A shader that replaces that of hair is a hair shader, too.
+void MarkHairOverrides()
+{
+    for (const Object& object : Objects) {
+        for (const Instance& instance : object.instances) {
+            if (instance.object >= Objects.size() || instance.shader >= Shaders.size()) continue;
+            for (const Part& part : Objects[instance.object].parts)
+                if (!part.cylinders.empty()) Shaders[instance.shader].is_hair = true;
+        }
+    }
+}
+
+/// Prepares the instances of an object, telling of those whose matrix has no inverse.
+void PrepareInstances(Object& object)
+{
+    for (Instance& instance : object.instances) {
+        const bool has_target = instance.object < Objects.size() && !IsEmpty(Objects[instance.object].box);
+        if (RefreshInstance(instance) || !has_target) continue;
+        PrintError("object - an instance in " + object.name + " has a singular matrix and is left out");
+        PrintRule();
+    }
+}
+
+}  // namespace
+
+void PrepareObject(Object& object)
+{
+    object.hasMotion = false;
+    if (object.shaderID >= Shaders.size()) object.shaderID = 0;
+    for (Part& part : object.parts) {
+        if (part.shaderID == 0 && part.shaderName == "undefined") part.shaderID = object.shaderID;
+        PreparePart(part);
+        object.hasMotion = object.hasMotion || part.hasMotion;
+    }
+    PrepareInstances(object);
+    RefreshBounds(object);
+    Build(object);
+    Update(object, true, FrameCount());
+    SortWideLanes(object);
+    AssignStrandUVs(object);
+    if (!object.hasMotion) {
+        object.binaryNodes = {};
+        object.binaryRefs  = {};
+    }
+    BuildEmitterLists(object);
+    object.isPrepared = true;
+    ReportObject(object);
+}
+
+void PrepareScene(void (*density_setup)(Part& part))
+{
+    UpdateOrder.clear();
+    RootObject = 0;
+    if (Objects.empty()) {
+        SetSceneValues();
+        return;
+    }
+    RefreshShaderTraits();
+    ResolveInstanceNames();
+    const bool has_root = FindRoot();
+    CutCycles();
+    AssignDepths();
+    UpdateOrder = PreparationOrder();
+    for (Object& object : Objects) object.isPrepared = false;
+    for (const std::uint32_t index : UpdateOrder) PrepareObject(Objects[index]);
+    MarkHairOverrides();
+    SetSceneValues();
+    if (!has_root) {
+        PrintError("object - there is no root object");
+        PrintRule();
+    }
+    if (density_setup != nullptr)
+        for (Part& part : Objects[RootObject].parts) density_setup(part);
+    ReportBox("scene ", SceneBox);
+}
+
+void MoveObjects()
+{
+    const int frame_count = FrameCount();
+    for (const std::uint32_t index : UpdateOrder)
+        if (index < Objects.size() && Objects[index].hasMotion) Update(Objects[index], false, frame_count);
+    SetSceneValues();
+}
+
+void DestroyObjects()
+{
+    Objects = {};
+    UpdateOrder.clear();
+    RootObject = 0;
+    SetSceneValues();
+}
+
+}  // namespace hv

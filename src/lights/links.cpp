@@ -1,0 +1,31 @@
+#include "lights/links.h"
+
+#include "lights/lights.h"
+#include "output/output.h"
+#include "shading/shading.h"
+
+#include <algorithm>
+
+namespace hv {
+
+void ResolveLinks(const std::vector<std::string>& names, std::vector<std::uint32_t>& shaders)
+{
+    for (const std::string& name : names) {
+        const std::uint32_t shader = FindShader(name);
+        if (shader != kNone) shaders.push_back(shader);
+    }
+}
+
+bool IsLinked(const std::vector<std::uint32_t>& link_shaders, std::uint32_t shader)
+{
+    return link_shaders.empty() || std::find(link_shaders.begin(), link_shaders.end(), shader) != link_shaders.end();
+}
+
+void PrepareLightAOVs(std::vector<CameraAOV>& aovs)
+{
+    const Camera* camera = ActiveCamera();
+    if (!camera) return;
+    for (CameraAOV& aov : aovs) PrepareAOV(aov, camera->width, camera->height);
+}
+
+}  // namespace hv

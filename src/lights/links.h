@@ -1,0 +1,18 @@
+#pragma once
+
+#include "output/aov.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+/// Steps that the preparation of all lights shares.
+namespace hv {
+
+/// Appends the shaders that bear the names; a name that no shader bears is dropped.
+void ResolveLinks(const std::vector<std::string>& names, std::vector<std::uint32_t>& shaders);
+
+/// Allocates the AOVs of a light in the size of the active camera. Without a camera they stay as they are.
+void PrepareLightAOVs(std::vector<CameraAOV>& aovs);
+
+}  // namespace hv

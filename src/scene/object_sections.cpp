@@ -1,0 +1,114 @@
+#include "geometry/geometry.h"
+#include "scene/obj_import.h"
+#include "scene/sections.h"
+#include "session/console.h"
+#include "shading/shading.h"
+
+namespace hv {
+
+namespace {
+
+/// Paths of the float pictures whose pixels are to become arrays of a part.
+struct ArrayTextures {
+    std::string position, uv, normal, tangent, triangle;
+};
+
+/// What an `object` block fills.
+struct ObjectBlock {
+    Object&       object;
+    ArrayTextures textures;  ///< apply to the next keyword that makes a part
+};
+
+void WarnUnread(std::string_view kind, const std::string& path)
+{
+    if (!path.empty()) PrintWarning("object - " + std::string(kind) + " are not read yet: " + path);
+}
+
+/// The end of every keyword that makes a part: arrays from pictures, then the staged faces behind them.
+void FinishArrayPart(Part& part, StagedMesh& staged, const ArrayTextures& textures)
+{
+    WarnUnread("position textures", textures.position);
+    WarnUnread("uv textures", textures.uv);
+    WarnUnread("normal textures", textures.normal);
+    WarnUnread("tangent textures", textures.tangent);
+    WarnUnread("triangle textures", textures.triangle);
+    FlattenStagedMesh(staged, part);
+}
+
+// Each starts from an empty part, and leaves the pictures for the keywords that follow.
+void ReadTriangleTexture(SceneReader& reader, ObjectBlock& block)
+{
+    block.textures.triangle = reader.Quoted();
+    Part       part;
+    StagedMesh staged;
+    FinishArrayPart(part, staged, block.textures);
+    block.object.parts.push_back(std::move(part));
+}
+
+using Importer = void (*)(StagedMesh& staged, const std::string& path);
+
+// A part of its own for the file that the keyword names; the pictures named so far are used up.
+template <Importer import_file>
+void ReadPartFile(SceneReader& reader, ObjectBlock& block)
+{
+    Part&      part = block.object.parts.emplace_back();
+    StagedMesh staged;
+    import_file(staged, reader.Quoted());
+    FinishArrayPart(part, staged, block.textures);
+    block.textures = {};
+}
+
+void ReadParticleTexture(StagedMesh&, const std::string& path) { WarnUnread("particle textures", path); }
+void ReadHairFile(StagedMesh&, const std::string& path) { WarnUnread("hair files", path); }
+void ReadFurFile(StagedMesh&, const std::string& path) { WarnUnread("fur files", path); }
+
+template <auto texture>
+void ArrayTexture(SceneReader& reader, ObjectBlock& block)
+{
+    block.textures.*texture = reader.Quoted();
+}
+
+void ReadMatrix(SceneReader& reader, Instance& instance) { reader.Read(instance.matrix.m); }
+
+void ReadInstanceShader(SceneReader& reader, Instance& instance)
+{
+    instance.shaderName = reader.Quoted();
+    instance.shader     = FindOrAddShader(instance.shaderName);
+}
+
+constexpr Keyword<Instance> kInstance[] = {
+    {"matrix", ReadMatrix},
+    {"object", Word<&Instance::objectName>},
+    {"shader", ReadInstanceShader},
+};
+
+void ReadInstance(SceneReader& reader, Instance& instance) { ReadBlock(reader, instance, kInstance); }
+
+constexpr Keyword<ObjectBlock> kObject[] = {
+    {"name", [](SceneReader& reader, ObjectBlock& block) { reader.ReadWord(block.object.name); }},
+    {"instance",
+     [](SceneReader& reader, ObjectBlock& block) { AppendAndRead(reader, block.object.instances, ReadInstance); }},
+    {"uv_texture", ArrayTexture<&ArrayTextures::uv>},
+    {"position_texture", ArrayTexture<&ArrayTextures::position>},
+    {"normal_texture", ArrayTexture<&ArrayTextures::normal>},
+    {"tangent_texture", ArrayTexture<&ArrayTextures::tangent>},
+    {"triangle_texture", ReadTriangleTexture},
+    {"particle_texture", ReadPartFile<ReadParticleTexture>},
+    {"shader",
+     [](SceneReader& reader, ObjectBlock& block) { block.object.shaderID = FindOrAddShader(reader.Quoted()); }},
+    {"hair", ReadPartFile<ReadHairFile>},
+    {"fur", ReadPartFile<ReadFurFile>},
+    {"obj", ReadPartFile<ReadObjFile>},
+};
+
+}  // namespace
+
+// The object is in the registry while its block is read, so a cut-off block leaves a valid one. Nothing in the block adds
+// another object, which would move it.
+void ReadObjectSection(SceneReader& reader)
+{
+    ObjectBlock block{Objects.emplace_back(), {}};
+    ReadBlock(reader, block, kObject);
+}
+
+}  // namespace hv

@@ -1,1 +1,0 @@
-#include "transport/transport.h"

@@ -1,0 +1,377 @@
+// Preparation of objects: the instance tree, the checks on parts, strands, emitter lists and their samplers.
+
+#include "geometry/assembly.h"
+#include "output/output.h"
+#include "session/console.h"
+#include "session/sampling.h"
+#include "shading/shading.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <random>
+
+namespace hv {
+namespace {
+
+/// Empties the registries before and after, makes shader 0 and captures the report.
+class Geometry : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        Clear();
+        EnsureDefaultShader();
+    }
+    void TearDown() override { Clear(); }
+
+    static void Clear()
+    {
+        DestroyObjects();
+        Shaders.clear();
+        Cameras.clear();
+    }
+
+    static std::uint32_t AddObject(const std::string& name)
+    {
+        Objects.emplace_back();
+        Objects.back().name = name;
+        return static_cast<std::uint32_t>(Objects.size() - 1);
+    }
+
+    static Instance& Place(std::uint32_t parent, std::uint32_t target)
+    {
+        Instance instance;
+        instance.object = target;
+        Objects[parent].instances.push_back(instance);
+        return Objects[parent].instances.back();
+    }
+
+    /// A unit square in the plane z = 0 from two triangles.
+    static Part& AddSquare(std::uint32_t object)
+    {
+        Objects[object].parts.emplace_back();
+        Part& part     = Objects[object].parts.back();
+        part.positions = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}};
+        part.triangles = {{0, 1, 2, 0}, {2, 3, 0, 0}};
+        return part;
+    }
+
+    static std::string Prepare()
+    {
+        testing::internal::CaptureStdout();
+        PrepareShaders();
+        PrepareScene();
+        std::fflush(stdout);
+        return testing::internal::GetCapturedStdout();
+    }
+
+    static int Occurrences(const std::string& text, const std::string& word)
+    {
+        int count = 0;
+        for (std::size_t at = text.find(word); at != std::string::npos; at = text.find(word, at + 1)) ++count;
+        return count;
+    }
+};
+
+TEST_F(Geometry, StrayRootsHangUnderTheLastOne)
+{
+    AddSquare(AddObject("first"));
+    AddSquare(AddObject("second"));
+    const std::string report = Prepare();
+    EXPECT_EQ(RootObject, 1u);
+    ASSERT_EQ(Objects[1].instances.size(), 1u);
+    EXPECT_EQ(Objects[1].instances[0].object, 0u);
+    EXPECT_EQ(Objects[1].instances[0].matrix, Matrix4{});
+    EXPECT_NE(report.find("object - second is treated as the root object\n"), std::string::npos);
+    EXPECT_EQ(Objects[0].depth, 1u);
+    EXPECT_TRUE(Objects[0].isReferenced);
+
+    // A second preparation meets one root and changes nothing.
+    Prepare();
+    EXPECT_EQ(Objects[1].instances.size(), 1u);
+}
+
+TEST_F(Geometry, NamesResolveToTheFirstMatchAndUnknownOnesAreSkipped)
+{
+    AddSquare(AddObject("leaf"));
+    AddSquare(AddObject("leaf"));
+    const std::uint32_t root = AddObject("root");
+    for (const char* name : {"leaf", "nothing", ""}) {
+        Instance instance;
+        instance.objectName = name;
+        Objects[root].instances.push_back(instance);
+    }
+    Place(root, 1);
+    Place(root, 4711);
+    Prepare();
+    EXPECT_EQ(RootObject, root);
+    const auto& instances = Objects[root].instances;
+    EXPECT_EQ(instances[0].object, 0u);
+    EXPECT_EQ(instances[1].object, kNone);
+    EXPECT_EQ(instances[2].object, kNone);
+    EXPECT_EQ(instances[3].object, 1u);
+    EXPECT_EQ(instances[4].object, kNone);
+    EXPECT_TRUE(IsEmpty(instances[1].box));
+    EXPECT_EQ(Objects[root].wideRefs.empty(), false);
+}
+
+TEST_F(Geometry, DepthIsThatOfTheLastVisit)
+{
+    // root -> a -> shared, root -> shared: the last visit of `shared` is the one directly under the root.
+    const std::uint32_t shared = AddObject("shared"), a = AddObject("a"), root = AddObject("root");
+    AddSquare(shared);
+    Place(a, shared);
+    Place(root, a);
+    Place(root, shared);
+    Prepare();
+    EXPECT_EQ(Objects[shared].depth, 1u);
+    EXPECT_EQ(Objects[a].depth, 1u);
+
+    // With the instances the other way round it is the deep one.
+    std::swap(Objects[root].instances[0], Objects[root].instances[1]);
+    Prepare();
+    EXPECT_EQ(Objects[shared].depth, 2u);
+    EXPECT_FALSE(IsEmpty(Objects[root].box));
+}
+
+// Every object is placed twice by the next: a walk that revisits shared objects would take 2^60 steps.
+TEST_F(Geometry, SharedObjectsCostNoExponentialWalk)
+{
+    AddSquare(AddObject("leaf"));
+    for (std::uint32_t level = 1; level <= 60; ++level) {
+        AddObject("level");
+        Place(level, level - 1);
+        Place(level, level - 1);
+    }
+    Prepare();
+    EXPECT_EQ(RootObject, 60u);
+    EXPECT_EQ(Objects[0].depth, 60u);
+    EXPECT_EQ(SceneBox, (Box{{0, 0, 0}, {1, 1, 0}}));
+}
+
+TEST_F(Geometry, CyclesAreCutAndReported)
+{
+    // Two objects that place each other, and one that places itself, under a proper root.
+    const std::uint32_t a = AddObject("a"), b = AddObject("b"), self = AddObject("self"), root = AddObject("root");
+    AddSquare(a);
+    Place(a, b);
+    Place(b, a);
+    Place(self, self);
+    Place(root, a);
+    Place(root, self);
+    const std::string report = Prepare();
+    EXPECT_EQ(Occurrences(report, "contains itself"), 2);
+    EXPECT_EQ(Objects[b].instances[0].object, kNone);
+    EXPECT_FALSE(IsEmpty(Objects[root].box));
+
+    // Nothing but a cycle: there is no root, preparation ends all the same.
+    Clear();
+    EnsureDefaultShader();
+    Place(AddObject("x"), 1);
+    Place(AddObject("y"), 0);
+    EXPECT_NE(Prepare().find("error :( \tobject - there is no root object\n"), std::string::npos);
+    EXPECT_EQ(RootObject, 0u);
+}
+
+TEST_F(Geometry, SceneValuesFollowTheRootBox)
+{
+    const std::uint32_t leaf = AddObject("leaf"), root = AddObject("root");
+    AddSquare(leaf);
+    Place(root, leaf).matrix = {{2, 0, 0, 10, 0, 2, 0, 0, 0, 0, 2, 5, 0, 0, 0, 1}};
+    Place(root, leaf).matrix = {{1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}};  // flat: no inverse
+    const std::string report = Prepare();
+    EXPECT_EQ(SceneBox, (Box{{10, 0, 5}, {12, 2, 5}}));
+    EXPECT_EQ(SceneCenter, (Vector{11, 1, 5}));
+    EXPECT_FLOAT_EQ(SceneRadius, std::sqrt(2.0f));
+    EXPECT_EQ(Occurrences(report, "singular matrix"), 1);
+
+    DestroyObjects();
+    EXPECT_EQ(SceneRadius, 0.0f);
+    AddObject("empty");
+    Prepare();
+    EXPECT_EQ(SceneCenter, Vector{});
+    EXPECT_EQ(SceneRadius, 1e-5f);
+}
+
+TEST_F(Geometry, MixedPartsAndUnequalArraysAreReportedButPrepared)
+{
+    Part& part               = AddSquare(AddObject("mixed"));
+    part.particles           = {0};
+    part.cylinders           = {0, 1};
+    part.normals             = {PackedDirection{0, 0, 127}};
+    const std::string report = Prepare();
+    EXPECT_EQ(Occurrences(report, "error :( \tobject - mixed types (ex. cylinders and triangles in the same group) \n"),
+              3);
+    EXPECT_EQ(Occurrences(report, "error :( \tobject - different size of per vertex data array\n"), 1);
+    EXPECT_EQ(Objects[0].parts[0].triangles.size(), 2u);
+}
+
+TEST_F(Geometry, BadFacesAreDroppedWithOneLine)
+{
+    Part& part = AddSquare(AddObject("bad"));
+    part.positions.push_back({std::numeric_limits<float>::quiet_NaN(), 0, 0});
+    part.triangles.push_back({0, 1, 4, 0});   // a vertex that is no number
+    part.triangles.push_back({0, 1, 99, 0});  // out of range
+    part.tetragons.push_back({0, 1, 2, ~0u, 0});
+    const std::string report = Prepare();
+    EXPECT_EQ(Occurrences(report, "error :( \tpart - smoothing out of range\n"), 1);
+    EXPECT_EQ(Objects[0].parts[0].triangles.size(), 2u);
+    EXPECT_TRUE(Objects[0].parts[0].tetragons.empty());
+}
+
+TEST_F(Geometry, StampsOfUndefinedTakeThePartsShader)
+{
+    const std::uint32_t red = FindOrAddShader("red"), blue = FindOrAddShader("blue");
+    for (const std::uint32_t shader : {red, blue}) Shaders[shader].layers.resize(1);
+    const std::uint32_t object            = AddObject("object");
+    Objects[object].shaderID              = red;
+    AddSquare(object).triangles[1].shader = blue;
+    AddSquare(object).triangles[0].shader = 4711;  // no such shader: reads as 0, which is "undefined"
+    Prepare();
+    EXPECT_EQ(Objects[object].parts[0].triangles[0].shader, red);
+    EXPECT_EQ(Objects[object].parts[0].triangles[1].shader, blue);
+    EXPECT_EQ(Objects[object].parts[1].triangles[0].shader, red);
+}
+
+TEST_F(Geometry, FlippedFacesSwapOnceHoweverOftenPrepared)
+{
+    Shaders[0].geometry_shader.flip_face = true;
+    Part& part                           = AddSquare(AddObject("flipped"));
+    part.tetragons                       = {{0, 1, 2, 3, 0}};
+    Prepare();
+    Prepare();
+    EXPECT_EQ(Objects[0].parts[0].triangles[0].i0, 1u);
+    EXPECT_EQ(Objects[0].parts[0].triangles[0].i1, 0u);
+    EXPECT_EQ(Objects[0].parts[0].tetragons[0].i0, 2u);
+    EXPECT_EQ(Objects[0].parts[0].tetragons[0].i2, 0u);
+}
+
+TEST_F(Geometry, StrandsGetParametersAndTangents)
+{
+    const std::uint32_t object = AddObject("hair");
+    Objects[object].parts.emplace_back();
+    Part& part = Objects[object].parts[0];
+    for (int i = 0; i < 4; ++i) part.positions.push_back({0, static_cast<float>(i), 0});
+    for (int i = 0; i < 3; ++i) part.positions.push_back({static_cast<float>(i), 9, 0});
+    part.cylinders         = {0, 1, 2, 4, 5};
+    part.scalars[0].values = std::vector<float>(7, 0.1f);
+    Prepare();
+
+    const Part& prepared = Objects[object].parts[0];
+    ASSERT_EQ(prepared.scalars.size(), 2u);
+    EXPECT_EQ(prepared.scalars[1].name, "parameter");
+    const float third = 1.0f / 3.0f;
+    EXPECT_EQ(prepared.scalars[1].values, (std::vector<float>{0, 0.25f, 0.5f, 0.75f, 0, third, 2.0f / 3.0f}));
+    EXPECT_EQ(prepared.tangents[0], (PackedDirection{0, 127, 0}));
+    EXPECT_EQ(prepared.tangents[4], (PackedDirection{127, 0, 0}));
+    // Five cylinders, seven vertices: the last two stay without a tangent.
+    EXPECT_EQ(prepared.tangents[5], PackedDirection{});
+    EXPECT_EQ(prepared.tangents[6], PackedDirection{});
+    EXPECT_TRUE(Shaders[0].is_hair);
+}
+
+// Segments that jump back and forth over a large array: pairs of starts overlap, the cost must not multiply.
+TEST_F(Geometry, DisorderedStrandsStayLinear)
+{
+    const std::uint32_t object = AddObject("tangle");
+    Objects[object].parts.emplace_back();
+    Part& part = Objects[object].parts[0];
+    part.positions.resize(300000);
+    part.scalars[0].values.resize(300000, 0.001f);
+    for (int i = 0; i < 100000; ++i) part.cylinders.push_back(i % 2 == 0 ? 0u : 299990u);
+    PrepareStrands(part);
+    EXPECT_EQ(part.scalars[1].values[0], 0.0f);
+    EXPECT_EQ(part.scalars[1].values[150000], 150000.0f / 299990.0f);
+}
+
+TEST_F(Geometry, StrandsTakeTheUVOfTheFaceTheyGrowOn)
+{
+    const std::uint32_t object = AddObject("fur");
+    Part&               skin   = AddSquare(object);
+    skin.uvs[0].values         = {{0, 0}, {1, 0}, {1, 1}, {0, 1}};
+    Objects[object].parts.emplace_back();
+    Part& fur             = Objects[object].parts[1];
+    fur.positions         = {{0.25f, 0.5f, 0},      {0.25f, 0.5f, 0.1f}, {0.75f, 0.125f, 0},
+                             {0.75f, 0.125f, 0.1f}, {5, 5, 5},           {5, 5, 6}};
+    fur.cylinders         = {0, 2, 4};
+    fur.strandSizes       = {1, 1, 1};
+    fur.uvs[0].values     = std::vector<Vector2>(6, Vector2{9, 9});
+    fur.scalars[0].values = std::vector<float>(6, 0.01f);
+    Prepare();
+    const auto& uvs = Objects[object].parts[1].uvs[0].values;
+    EXPECT_NEAR(uvs[0].u, 0.25f, 1e-6f);
+    EXPECT_NEAR(uvs[1].v, 0.5f, 1e-6f);
+    EXPECT_NEAR(uvs[2].u, 0.75f, 1e-6f);
+    EXPECT_NEAR(uvs[3].v, 0.125f, 1e-6f);
+    EXPECT_EQ(uvs[4], Vector2{});
+}
+
+TEST_F(Geometry, EmittersAreListedBySideWithTheirAreas)
+{
+    const std::uint32_t lamp = FindOrAddShader("lamp");
+    SurfaceShader       layer;
+    layer.sideness                      = Sideness::Face;
+    layer.virtual_light                 = true;
+    layer.Slot(Element::Emissive).color = {2, 2, 2};
+    Shaders[lamp].layers                = {layer};
+    const std::uint32_t leaf = AddObject("leaf"), root = AddObject("root");
+    AddSquare(leaf).shaderID = lamp;
+    AddSquare(root).shaderID = lamp;
+    AddSquare(root);
+    Place(root, leaf);
+    Prepare();
+
+    EXPECT_EQ(Objects[leaf].emitters.entries.size(), 2u);
+    EXPECT_FLOAT_EQ(Objects[leaf].emitterArea, 1.0f);
+    // Two parts, so the instance is listed twice.
+    EXPECT_EQ(Objects[root].emitters.entries.size(), 4u);
+    EXPECT_FLOAT_EQ(Objects[root].emitterArea, 3.0f);
+    EXPECT_FLOAT_EQ(Objects[root].virtualLightArea, 3.0f);
+    for (const EmissiveEntry& entry : Objects[leaf].emitters.entries) EXPECT_EQ(entry.side, 1);
+
+    const AreaSampler& sampler = Objects[root].emitters.sampler;
+    ASSERT_TRUE(sampler.IsUsable());
+    EXPECT_EQ(sampler.cumulative.back(), 1.0f);
+    EXPECT_FLOAT_EQ(sampler.weights[0] + sampler.weights[1] + sampler.weights[2] + sampler.weights[3], 1.0f);
+}
+
+// Areas against the cross products of random planar faces.
+TEST(Areas, AgreeWithCrossProducts)
+{
+    std::mt19937                          generator(7);
+    std::uniform_real_distribution<float> uniform(-2.0f, 2.0f);
+    const auto random = [&] { return Vector{uniform(generator), uniform(generator), uniform(generator)}; };
+    for (int i = 0; i < 200; ++i) {
+        const Vector p = random(), a = random(), b = random();
+        const float  exact = Length(Cross(a, b));
+        EXPECT_NEAR(TetragonArea(p, p + a, p + a + b, p + b), exact, 2e-3f * (1.0f + exact));
+        EXPECT_NEAR(TriangleArea(p, p + a, p + b), 0.5f * exact, 2e-3f * (1.0f + exact));
+    }
+    EXPECT_FLOAT_EQ(TriangleArea({}, {}, {}), 0.25e-5f);  // the root's floor
+}
+
+TEST(PackedDirections, TruncateAndClamp)
+{
+    struct Case {
+        Vector          direction;
+        PackedDirection packed;
+    };
+    const float nan     = std::numeric_limits<float>::quiet_NaN();
+    const Case  cases[] = {
+         {{0, 0, 0}, {0, 0, 0}},
+         {{1, 0, 0}, {127, 0, 0}},
+         {{0, -1, 0}, {0, -127, 0}},
+         {{3, 0, 4}, {76, 0, 102}},
+         {{-3, 0, -4}, {-76, 0, -102}},
+         {{1e-6f, 0, 0}, {12, 0, 0}},
+         {{nan, nan, nan}, {-127, -127, -127}},
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(PackDirection(c.direction), c.packed) << c.direction.x << " " << c.direction.y;
+    EXPECT_EQ(UnpackDirection({}), Vector{});
+    EXPECT_FLOAT_EQ(Length(UnpackDirection({1, 2, -3})), 1.0f);
+}
+
+}  // namespace
+}  // namespace hv

@@ -1,0 +1,309 @@
+// Directions of the scattering lobes: samplers against their densities, refraction against Snell's law.
+
+#include "base/constants.h"
+#include "transport/branches.h"
+#include "transport/transport.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <functional>
+#include <random>
+#include <vector>
+
+namespace hv {
+namespace {
+
+/// A frame that lies along no axis.
+SurfacePoint TiltedPoint(float roughness_x = 0.0f, float roughness_y = 0.0f)
+{
+    SurfacePoint point;
+    point.normal      = Normalized(Vector{0.3f, -0.5f, 0.8f});
+    point.tangent     = PerpendicularTo(point.normal);
+    point.bitangent   = Cross(point.normal, point.tangent);
+    point.roughness_x = roughness_x;
+    point.roughness_y = roughness_y;
+    return point;
+}
+
+Vector Local(const SurfacePoint& point, Vector v)
+{
+    return {Dot(v, point.tangent), Dot(v, point.bitangent), Dot(v, point.normal)};
+}
+
+Vector World(const SurfacePoint& point, Vector v)
+{
+    return v.x * point.tangent + v.y * point.bitangent + v.z * point.normal;
+}
+
+Vector Spherical(double cosine, double phi)
+{
+    const double sine = std::sqrt(std::max(0.0, 1.0 - cosine * cosine));
+    return {static_cast<float>(sine * std::cos(phi)), static_cast<float>(sine * std::sin(phi)),
+            static_cast<float>(cosine)};
+}
+
+constexpr int kRows = 12, kColumns = 16;
+
+/// Cell of a direction in the upper half: rows of equal steps of the cosine, columns of the azimuth.
+std::size_t CellOf(Vector local)
+{
+    const double turn = std::atan2(local.y, local.x) / (2 * M_PI);
+    const int    row  = std::min(static_cast<int>(local.z * kRows), kRows - 1);
+    const int    col  = std::min(static_cast<int>((turn < 0 ? turn + 1 : turn) * kColumns), kColumns - 1);
+    return static_cast<std::size_t>(row * kColumns + col);
+}
+
+/// Share of a density (1/sr) that falls into each cell, by the midpoint rule.
+std::vector<double> CellShares(const std::function<double(Vector)>& density)
+{
+    constexpr int       kSteps = 40;
+    std::vector<double> shares(kRows * kColumns);
+    for (int row = 0; row < kRows * kSteps; ++row)
+        for (int col = 0; col < kColumns * kSteps; ++col) {
+            const double cosine = (row + 0.5) / (kRows * kSteps), phi = 2 * M_PI * (col + 0.5) / (kColumns * kSteps);
+            const Vector v = Spherical(cosine, phi);
+            shares[CellOf(v)] += density(v) * (1.0 / (kRows * kSteps)) * (2 * M_PI / (kColumns * kSteps));
+        }
+    return shares;
+}
+
+/// Pearson's statistic of drawn directions against the shares, in standard deviations above its mean. Cells that expect
+/// fewer than 10 are put together.
+double ChiSquareExcess(const std::vector<double>& shares, int count, const std::function<Vector()>& draw)
+{
+    std::vector<double> drawn(shares.size() + 1), expected(shares.size() + 1);
+    for (int i = 0; i < count; ++i) {
+        const Vector v = draw();
+        if (v.z >= 0)
+            ++drawn[CellOf(v)];
+        else
+            ++drawn.back();
+    }
+    double statistic = 0, rare_drawn = drawn.back(), rare_expected = 0, degrees = 0;
+    for (std::size_t i = 0; i < shares.size(); ++i) {
+        const double mean = shares[i] * count;
+        if (mean < 10) {
+            rare_drawn += drawn[i];
+            rare_expected += mean;
+            continue;
+        }
+        statistic += (drawn[i] - mean) * (drawn[i] - mean) / mean;
+        ++degrees;
+    }
+    statistic += (rare_drawn - rare_expected) * (rare_drawn - rare_expected) / std::max(rare_expected, 10.0);
+    return (statistic - degrees) / std::sqrt(2 * degrees);
+}
+
+constexpr int kDraws = 200000;
+
+class Random {
+public:
+    float operator()() { return distribution_(generator_); }
+
+private:
+    std::mt19937                          generator_{7};
+    std::uniform_real_distribution<float> distribution_{0.0f, 1.0f};
+};
+
+TEST(Lobes, CosineDirectionsFollowTheCosine)
+{
+    const SurfacePoint        point  = TiltedPoint();
+    const std::vector<double> shares = CellShares([](Vector v) { return v.z / M_PI; });
+    for (const float side : {1.0f, -1.0f}) {
+        Random     random;
+        const auto draw = [&] {
+            const Vector v = SampleCosine(point, random(), random(), side);
+            EXPECT_NEAR(Dot(v, v), 1.0f, 1e-4f);
+            const Vector local = Local(point, v);
+            return Vector{local.x, local.y, side * local.z};
+        };
+        EXPECT_LT(ChiSquareExcess(shares, kDraws, draw), 5.0);
+    }
+}
+
+TEST(Lobes, CosineDirectionsAreDefinedOnTheWholeSquare)
+{
+    const SurfacePoint point = TiltedPoint();
+    for (const float a : {0.0f, 0.25f, 0.5f, 1.0f})
+        for (const float b : {0.0f, 0.25f, 0.5f, 1.0f}) {
+            const Vector v = SampleCosine(point, a, b, 1.0f);
+            EXPECT_NEAR(Dot(v, v), 1.0f, 1e-5f);
+            EXPECT_GE(Dot(v, point.normal), 0.0f);
+        }
+}
+
+// A torn map would be as uniform, but would lose the even spread of the numbers.
+TEST(Lobes, NeighbouringNumbersGiveNeighbouringDirections)
+{
+    const SurfacePoint point = TiltedPoint();
+    const auto         disc  = [&](int i, int j) {
+        const Vector v =
+            Local(point, SampleCosine(point, static_cast<float>(i) / 100, static_cast<float>(j) / 100, 1.0f));
+        return Vector{v.x, v.y, 0};
+    };
+    for (int i = 1; i <= 100; ++i)
+        for (int j = 1; j <= 100; ++j) {
+            EXPECT_LT(Length(disc(i, j) - disc(i - 1, j)), 0.04f) << i << " " << j;
+            EXPECT_LT(Length(disc(i, j) - disc(i, j - 1)), 0.04f) << i << " " << j;
+        }
+}
+
+/// Density of Ward's half vectors per steradian (Ward 1992, eq. 7 to 9).
+double WardHalfDensity(Vector h, double rx, double ry)
+{
+    const double c = h.z, tangent2 = (h.x * h.x / (rx * rx) + h.y * h.y / (ry * ry)) / (c * c);
+    return std::exp(-tangent2) / (M_PI * rx * ry * c * c * c);
+}
+
+constexpr float kRoughness[][2] = {{0.2f, 0.2f}, {0.5f, 0.5f}, {0.2f, 0.6f}, {0.7f, 0.25f}};
+
+TEST(Lobes, WardHalfVectorsFollowTheirDensity)
+{
+    for (const auto& r : kRoughness) {
+        const SurfacePoint        point  = TiltedPoint(r[0], r[1]);
+        const std::vector<double> shares = CellShares([&](Vector h) { return WardHalfDensity(h, r[0], r[1]); });
+        double                    total  = 0;
+        for (const double share : shares) total += share;
+        EXPECT_NEAR(total, 1.0, 2e-3);
+        Random     random;
+        const auto draw = [&] { return Local(point, SampleWardHalf(point, random(), 1.0f - random())); };
+        EXPECT_LT(ChiSquareExcess(shares, kDraws, draw), 5.0) << r[0] << " " << r[1];
+    }
+}
+
+// A half vector h of density p makes a reflected direction of density p / (4 o.h), and the lobe's value is that density
+// over 4 c (o.h), with c the cosine of h: value * 4 c (o.h) is what the drawn directions must follow.
+TEST(Lobes, ReflectedDirectionsFollowTheLobe)
+{
+    for (const auto& r : kRoughness)
+        for (const double angle : {0.0, 0.6}) {
+            const SurfacePoint        point    = TiltedPoint(r[0], r[1]);
+            const Vector              outgoing = World(point, Spherical(std::cos(angle), 0.8));
+            const std::vector<double> shares   = CellShares([&](Vector v) {
+                const Vector incoming = World(point, v), half = Normalized(outgoing + incoming);
+                return static_cast<double>(WardLobe(outgoing, incoming, point)) * 4 * Dot(half, point.normal) *
+                       Dot(half, outgoing);
+            });
+            double                    total    = 0;
+            for (const double share : shares) total += share;
+            EXPECT_LE(total, 1.001);
+            Random     random;
+            int        below = 0;
+            const auto draw  = [&] {
+                for (;;) {
+                    const Vector half = SampleWardHalf(point, random(), 1.0f - random());
+                    const Vector v    = Local(point, 2.0f * Dot(outgoing, half) * half - outgoing);
+                    if (v.z >= 0) return v;
+                    ++below;
+                }
+            };
+            std::vector<double> above = shares;
+            for (double& share : above) share /= total;
+            EXPECT_LT(ChiSquareExcess(above, kDraws, draw), 5.0) << r[0] << " " << r[1] << " " << angle;
+            // What the lobe lacks to 1 is what went below the surface.
+            EXPECT_NEAR(static_cast<double>(below) / (kDraws + below), 1.0 - total, 6e-3);
+        }
+}
+
+TEST(Lobes, WardLobeGivesBackLessThanItGets)
+{
+    for (const auto& r : kRoughness)
+        for (const double angle : {0.0, 0.5, 1.0, 1.4}) {
+            const SurfacePoint point    = TiltedPoint(r[0], r[1]);
+            const Vector       outgoing = World(point, Spherical(std::cos(angle), 2.0));
+            double             total    = 0;
+            for (const double share : CellShares([&](Vector v) { return WardLobe(outgoing, World(point, v), point); }))
+                total += share;
+            EXPECT_LE(total, 1.0) << r[0] << " " << r[1] << " " << angle;
+        }
+}
+
+TEST(Lobes, WardValueHeadOn)
+{
+    for (const float r : {0.05f, 0.25f, 1.0f}) {
+        const SurfacePoint point = TiltedPoint(r, r);
+        EXPECT_NEAR(WardLobe(point.normal, point.normal, point) * 16 * kPi * r * r, 1.0f, 1e-5f);
+    }
+}
+
+TEST(Lobes, WardLobeIsReciprocalAndFinite)
+{
+    Random random;
+    for (const auto& r : kRoughness) {
+        const SurfacePoint point = TiltedPoint(r[0], r[1]);
+        for (int i = 0; i < 1000; ++i) {
+            const Vector a  = World(point, Spherical(random(), 6.28 * random()));
+            const Vector b  = World(point, Spherical(random(), 6.28 * random()));
+            const float  ab = WardLobe(a, b, point);
+            EXPECT_NEAR(ab, WardLobe(b, a, point), 1e-4f * ab);
+        }
+        EXPECT_EQ(WardLobe(point.tangent, -point.tangent, point), 0.0f);
+    }
+    const SurfacePoint smooth = TiltedPoint(0.0f, 0.0f);
+    EXPECT_EQ(WardLobe(smooth.normal, smooth.normal, smooth), 0.0f);
+    const Vector half = SampleWardHalf(smooth, 0.3f, 0.5f);
+    EXPECT_NEAR(Dot(half, smooth.normal), 1.0f, 1e-6f);
+}
+
+TEST(Lobes, RefractionFollowsSnell)
+{
+    const Vector normal = TiltedPoint().normal, tangent = TiltedPoint().tangent;
+    for (const double eta : {1.0 / 1.5, 1.0 / 1.33, 1.0, 1.33, 1.5, 2.4})
+        for (const double degrees : {0.0, 10.0, 30.0, 41.0, 43.0, 60.0, 85.0}) {
+            const double sine = std::sin(degrees * M_PI / 180), cosine = std::cos(degrees * M_PI / 180);
+            const Vector d = static_cast<float>(sine) * tangent - static_cast<float>(cosine) * normal;
+            Vector       out{9, 9, 9};
+            const bool   total = Refract(out, d, normal, static_cast<float>(eta), static_cast<float>(cosine));
+            ASSERT_EQ(total, eta * sine > 1.0) << eta << " " << degrees;
+            if (total) {
+                EXPECT_EQ(out, (Vector{9, 9, 9}));
+                continue;
+            }
+            EXPECT_NEAR(Dot(out, tangent), eta * sine, 2e-6);
+            EXPECT_LT(Dot(out, normal), 0.0f);
+            EXPECT_NEAR(Dot(out, out), 1.0f, 1e-5f);
+        }
+}
+
+TEST(Branches, TheBudgetIsSpreadOverTheFrames)
+{
+    const struct {
+        float mean;
+        int   budget, frames, expected;
+    } cases[] = {
+        {0.5f, 64, 16, 32}, {0.1f, 64, 16, 16}, {1.0f, 64, 16, 64}, {0.9f, 64, 16, 48}, {1.0f, 64, 17, 51},
+        {0.0f, 64, 5, 5},   {7.0f, 64, 1, 64},  {0.5f, -3, 4, 4},   {NAN, 64, 2, 2},    {INFINITY, 64, 2, 64},
+    };
+    for (const auto& test : cases)
+        EXPECT_EQ(BranchTotal(test.mean, test.budget, test.frames), test.expected) << test.mean;
+}
+
+// All frames together walk one sequence without gap or repetition.
+TEST(Branches, FramesShareOneSequence)
+{
+    Cameras.assign(1, Camera{});
+    Cameras[0].sample = 16;
+    std::vector<int> visits(32);
+    const RayRecord  primary;
+    for (CurrentFrame = 0; CurrentFrame < 16; ++CurrentFrame) {
+        const Branches branches = SplitBranches(primary, 0.5f, 64);
+        EXPECT_EQ(branches.count, 2u);
+        for (std::uint32_t k = branches.first; k < branches.end; k += branches.stride) ++visits.at(k);
+    }
+    EXPECT_EQ(visits, std::vector<int>(32, 1));
+
+    RayRecord later;
+    later.diffuse_bounces   = 1;
+    later.sample_index      = 9;
+    later.dimension         = 4;
+    const Branches branches = SplitBranches(later, 1.0f, 64);
+    EXPECT_EQ(branches.first, 9u);
+    EXPECT_EQ(branches.end, 10u);
+    EXPECT_EQ(branches.dimension, 4u);
+    CurrentFrame = 0;
+    Cameras.clear();
+}
+
+}  // namespace
+}  // namespace hv

@@ -1,0 +1,246 @@
+#!/usr/bin/env python3
+"""Writes the geometry of the sample scenes under scenes/. The same numbers come out every time.
+
+The OBJ files and scenes/forest/geometry/trees.hv are its output and are kept beside the hand-written .hv files, so that
+rendering needs no Python. Lengths are metres, y is up. Instances are placed by rotation and translation only: distances
+along a ray are those of the space it is walked in.
+"""
+
+import math
+import pathlib
+import random
+import sys
+
+
+class Mesh:
+    """Vertices, normals and faces of one OBJ file, grouped by shader name."""
+
+    def __init__(self):
+        self.lines = []
+        self.vertex_count = 0
+        self.normal_count = 0
+
+    def shader(self, name):
+        self.lines.append(f"usemtl {name}")
+
+    def face(self, corners, normals=None):
+        """One polygon, counter-clockwise seen from its front."""
+        first = self.vertices(corners)
+        if normals:
+            first_normal = self.normals(normals)
+            self.index_face([(first + i, first_normal + i) for i in range(len(corners))])
+        else:
+            self.index_face([(first + i, None) for i in range(len(corners))])
+
+    def vertices(self, points):
+        """Appends points and returns the OBJ number of the first."""
+        self.lines += ["v " + numbers(p) for p in points]
+        self.vertex_count += len(points)
+        return self.vertex_count - len(points) + 1
+
+    def normals(self, directions):
+        self.lines += ["vn " + numbers(d, 3) for d in directions]
+        self.normal_count += len(directions)
+        return self.normal_count - len(directions) + 1
+
+    def index_face(self, corners):
+        self.lines.append("f " + " ".join(str(v) if n is None else f"{v}//{n}" for v, n in corners))
+
+    def box(self, low, high, inward=False):
+        """Six axis-parallel squares, seen from outside or from inside."""
+        x0, y0, z0 = low
+        x1, y1, z1 = high
+        first = self.vertices([(x, y, z) for z in (z0, z1) for y in (y0, y1) for x in (x0, x1)])
+        for side in ((0, 2, 3, 1), (4, 5, 7, 6), (0, 1, 5, 4), (2, 6, 7, 3), (0, 4, 6, 2), (1, 3, 7, 5)):
+            self.index_face([(first + i, None) for i in (reversed(side) if inward else side)])
+
+    def write(self, path):
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_text("\n".join(self.lines) + "\n")
+
+
+def numbers(values, decimals=4):
+    texts = (f"{v:.{decimals}f}".rstrip("0").rstrip(".") for v in values)
+    return " ".join("0" if t == "-0" else t for t in texts)
+
+
+def normalized(v):
+    length = math.sqrt(sum(c * c for c in v))
+    return tuple(c / length for c in v)
+
+
+def icosphere(levels):
+    """Unit sphere of 20 * 4^levels triangles: points and index triples, counter-clockwise seen from outside."""
+    g = (1 + math.sqrt(5)) / 2
+    points = [normalized(p) for p in (
+        (-1, g, 0), (1, g, 0), (-1, -g, 0), (1, -g, 0), (0, -1, g), (0, 1, g),
+        (0, -1, -g), (0, 1, -g), (g, 0, -1), (g, 0, 1), (-g, 0, -1), (-g, 0, 1))]
+    faces = [(0, 11, 5), (0, 5, 1), (0, 1, 7), (0, 7, 10), (0, 10, 11), (1, 5, 9), (5, 11, 4), (11, 10, 2), (10, 7, 6),
+             (7, 1, 8), (3, 9, 4), (3, 4, 2), (3, 2, 6), (3, 6, 8), (3, 8, 9), (4, 9, 5), (2, 4, 11), (6, 2, 10),
+             (8, 6, 7), (9, 8, 1)]
+    for _ in range(levels):
+        middles = {}
+
+        def middle(a, b):
+            key = (min(a, b), max(a, b))
+            if key not in middles:
+                points.append(normalized(tuple(points[a][i] + points[b][i] for i in range(3))))
+                middles[key] = len(points) - 1
+            return middles[key]
+
+        split = []
+        for a, b, c in faces:
+            ab, bc, ca = middle(a, b), middle(b, c), middle(c, a)
+            split += [(a, ab, ca), (b, bc, ab), (c, ca, bc), (ab, bc, ca)]
+        faces = split
+    return points, faces
+
+
+def ball(levels, radius):
+    """A sphere around the origin with smooth normals and no shader of its own: instances bring theirs."""
+    mesh = Mesh()
+    points, faces = icosphere(levels)
+    mesh.vertices([tuple(radius * c for c in p) for p in points])
+    mesh.normals(points)
+    for face in faces:
+        mesh.index_face([(i + 1, i + 1) for i in face])
+    return mesh
+
+
+def room():
+    mesh = Mesh()
+    w, h, d = 2.2, 2.8, 3.0  # half width, height, half depth
+    mesh.shader("floor")
+    mesh.face([(-w, 0, d), (w, 0, d), (w, 0, -d), (-w, 0, -d)])
+    mesh.shader("plaster")
+    mesh.face([(-w, h, -d), (w, h, -d), (w, h, d), (-w, h, d)])
+    mesh.face([(-w, 0, -d), (w, 0, -d), (w, h, -d), (-w, h, -d)])
+    mesh.face([(w, 0, d), (-w, 0, d), (-w, h, d), (w, h, d)])
+    mesh.shader("ochre")
+    mesh.face([(-w, 0, d), (-w, 0, -d), (-w, h, -d), (-w, h, d)])
+    mesh.shader("teal")
+    mesh.face([(w, 0, -d), (w, 0, d), (w, h, d), (w, h, -d)])
+    mesh.shader("lamp")
+    mesh.face([(-1.3, h - 0.02, -1.9), (1.3, h - 0.02, -1.9), (1.3, h - 0.02, 1.4), (-1.3, h - 0.02, 1.4)])
+    mesh.shader("wood")
+    mesh.box((-1.1, 0.7, -1.3), (1.1, 0.76, -0.2))
+    for x in (-1.05, 0.97):
+        for z in (-1.25, -0.33):
+            mesh.box((x, 0, z), (x + 0.08, 0.7, z + 0.08))
+    mesh.box((1.45, 0, -2.95), (2.15, 1.3, -2.0))
+    mesh.shader("paint")
+    mesh.box((-2.1, 0, -2.2), (-1.55, 0.5, -1.65))
+    mesh.box((-2.05, 0.5, -2.15), (-1.65, 0.9, -1.75))
+    mesh.shader("mirror")
+    mesh.box((-0.8, 1.1, -2.99), (0.9, 2.2, -2.95))
+    return mesh
+
+
+def cone(mesh, sides, radius, low, high, lean):
+    """An open cone whose rim wavers: corners pulled out and in by `lean` of its radius."""
+    rim = []
+    for i in range(sides):
+        angle = 2 * math.pi * i / sides
+        r = radius * (1 + lean * (1 if i % 2 else -1))
+        rim.append((r * math.cos(angle), low - 0.06 * (i % 2), -r * math.sin(angle)))
+    first = mesh.vertices(rim + [(0, high, 0)])
+    for i in range(sides):
+        mesh.index_face([(first + i, None), (first + (i + 1) % sides, None), (first + sides, None)])
+
+
+def fir(height, tiers, rng):
+    mesh = Mesh()
+    mesh.shader("bark")
+    cone(mesh, 6, 0.035 * height, -0.3, 0.9 * height, 0)
+    mesh.shader("needles")
+    for tier in range(tiers):
+        t = tier / tiers
+        low = height * (0.12 + 0.78 * t)
+        radius = height * 0.26 * (1 - t) ** 0.8 * rng.uniform(0.9, 1.1)
+        cone(mesh, 14, radius, low, low + height * (0.3 - 0.16 * t), 0.14)
+    return mesh
+
+
+def broadleaf(height, leaves, rng):
+    mesh = Mesh()
+    mesh.shader("bark")
+    cone(mesh, 7, 0.04 * height, -0.3, 0.8 * height, 0)
+    mesh.shader("leaves")
+    for _ in range(leaves):
+        outward = normalized([rng.gauss(0, 1) for _ in range(3)])
+        r = rng.uniform(0.55, 1.0)
+        centre = [0.3 * height * r * outward[0], height * (0.66 + 0.32 * r * outward[1]), 0.3 * height * r * outward[2]]
+        side = normalized([rng.gauss(0, 1) for _ in range(3)])
+        # A leaf clump lies across the direction to the crown's middle.
+        dot = sum(a * b for a, b in zip(side, outward))
+        side = normalized([s - dot * o + 0.3 * rng.gauss(0, 1) for s, o in zip(side, outward)])
+        up = [outward[1] * side[2] - outward[2] * side[1], outward[2] * side[0] - outward[0] * side[2],
+              outward[0] * side[1] - outward[1] * side[0]]
+        size = 0.11 * height * rng.uniform(0.7, 1.2)
+        mesh.face([[c + size * (a * s + b * u) for c, s, u in zip(centre, side, up)]
+                   for a, b in ((-0.6, -0.5), (0.6, -0.5), (0, 0.9))])
+    return mesh
+
+
+def ground_height(x, z):
+    return 0.5 * math.sin(0.21 * x + 0.4) * math.cos(0.17 * z) + 0.9 * math.sin(0.07 * z + 0.09 * x)
+
+
+def ground(size, cells):
+    mesh = Mesh()
+    mesh.shader("moss")
+    step = 2 * size / cells
+    points, normals = [], []
+    for j in range(cells + 1):
+        for i in range(cells + 1):
+            x, z = -size + i * step, -size + j * step
+            points.append((x, ground_height(x, z), z))
+            dx = (ground_height(x + 0.05, z) - ground_height(x - 0.05, z)) / 0.1
+            dz = (ground_height(x, z + 0.05) - ground_height(x, z - 0.05)) / 0.1
+            normals.append(normalized((-dx, 1, -dz)))
+    mesh.vertices(points)
+    mesh.normals(normals)
+    for j in range(cells):
+        for i in range(cells):
+            a = j * (cells + 1) + i + 1
+            b = a + cells + 1
+            mesh.index_face([(a, a), (b, b), (b + 1, b + 1)])
+            mesh.index_face([(a, a), (b + 1, b + 1), (a + 1, a + 1)])
+    return mesh
+
+
+def forest_instances(kinds, count, size, rng):
+    """An object that places `count` trees, none closer than 1.3 m to another, leaving a clearing around the camera."""
+    lines = ["# written by tools/make_scenes.py", "object", "    name forest", '    obj "geometry/ground.obj"']
+    placed = []
+    while len(placed) < count:
+        x, z = rng.uniform(-size, size), rng.uniform(-size, size)
+        on_path = abs(x - 2.2 * math.sin(0.16 * z)) < 2.0 + 0.03 * abs(z) and z > -22
+        if on_path or any((x - p) ** 2 + (z - q) ** 2 < 1.7 for p, q in placed):
+            continue
+        placed.append((x, z))
+        kind = rng.choices(kinds, weights=[5, 4, 3, 2, 2])[0]
+        angle = rng.uniform(0, 2 * math.pi)
+        c, s = math.cos(angle), math.sin(angle)
+        matrix = numbers([c, 0, s, x, 0, 1, 0, ground_height(x, z), -s, 0, c, z, 0, 0, 0, 1], 3)
+        lines += ["    instance", f"        object {kind}", f"        matrix {matrix}", "    end"]
+    return "\n".join(lines + ["end"]) + "\n"
+
+
+def main():
+    scenes = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else pathlib.Path(__file__).parent.parent / "scenes")
+    room().write(scenes / "room/geometry/room.obj")
+    ball(2, 0.22).write(scenes / "room/geometry/ball.obj")
+    ball(3, 1.0).write(scenes / "balls/geometry/ball.obj")
+
+    rng = random.Random(2026)
+    trees = {"fir_tall": fir(6.5, 7, rng), "fir_mid": fir(4.6, 6, rng), "fir_small": fir(2.4, 4, rng),
+             "oak_tall": broadleaf(5.2, 190, rng), "oak_small": broadleaf(3.1, 110, rng)}
+    for name, mesh in trees.items():
+        mesh.write(scenes / f"forest/geometry/{name}.obj")
+    ground(34, 17).write(scenes / "forest/geometry/ground.obj")
+    (scenes / "forest/geometry/trees.hv").write_text(forest_instances(list(trees), 420, 32, rng))
+
+
+if __name__ == "__main__":
+    main()
