@@ -25,8 +25,8 @@ void Aim(CameraPose& pose, Vector position, Vector target, Vector up, float fiel
     pose.up_vector     = up;
     pose.field_of_view = field_of_view;
     pose.bokeh         = bokeh;
-    for (const PoseField field : {PoseField::Position, PoseField::Target, PoseField::UpVector, PoseField::Bokeh,
-                                  PoseField::FieldOfView})
+    for (const PoseField field :
+         {PoseField::Position, PoseField::Target, PoseField::UpVector, PoseField::Bokeh, PoseField::FieldOfView})
         Set(pose, field);
 }
 
@@ -72,12 +72,12 @@ Film Project(const CameraPose& pose, int width, int height, const double point[3
     const double up[3]   = {pose.up_vector.x, pose.up_vector.y, pose.up_vector.z};
     const auto   dot     = [](const double* a, const double* b) { return a[0] * b[0] + a[1] * b[1] + a[2] * b[2]; };
     // Components of the point along the view, along up without its share of the view, and along view x up.
-    const double across[3] = {view[1] * up[2] - view[2] * up[1], view[2] * up[0] - view[0] * up[2],
-                              view[0] * up[1] - view[1] * up[0]};
-    const double arm[3]    = {point[0] - eye[0], point[1] - eye[1], point[2] - eye[2]};
-    const double along     = dot(arm, view) / std::sqrt(dot(view, view));
-    const double right     = dot(arm, across) / std::sqrt(dot(across, across));
-    const double share     = dot(up, view) / dot(view, view);
+    const double across[3]  = {view[1] * up[2] - view[2] * up[1], view[2] * up[0] - view[0] * up[2],
+                               view[0] * up[1] - view[1] * up[0]};
+    const double arm[3]     = {point[0] - eye[0], point[1] - eye[1], point[2] - eye[2]};
+    const double along      = dot(arm, view) / std::sqrt(dot(view, view));
+    const double right      = dot(arm, across) / std::sqrt(dot(across, across));
+    const double share      = dot(up, view) / dot(view, view);
     const double true_up[3] = {up[0] - share * view[0], up[1] - share * view[1], up[2] - share * view[2]};
     const double height_up  = dot(arm, true_up) / std::sqrt(dot(true_up, true_up));
 
@@ -176,8 +176,12 @@ TEST_F(CameraTest, PanoramaIsTheRightWayRound)
     const struct {
         int    x, y;
         Vector direction;
-    } cases[] = {{2000, 1000, {0, 1, 0}}, {3000, 1000, {1, 0, 0}},  {1000, 1000, {-1, 0, 0}},
-                 {0, 1000, {0, -1, 0}},   {2000, 0, {0, 0, 1}},     {2000, 1999, {0, 0, -1}},
+    } cases[] = {{2000, 1000, {0, 1, 0}},
+                 {3000, 1000, {1, 0, 0}},
+                 {1000, 1000, {-1, 0, 0}},
+                 {0, 1000, {0, -1, 0}},
+                 {2000, 0, {0, 0, 1}},
+                 {2000, 1999, {0, 0, -1}},
                  {2000, 500, {0, std::sqrt(0.5f), std::sqrt(0.5f)}}};
     for (const auto& test : cases) {
         const RayRecord ray = Ray(camera, test.x, test.y);
@@ -189,9 +193,9 @@ TEST_F(CameraTest, PanoramaIsTheRightWayRound)
 
 TEST_F(CameraTest, UnsetPoseFieldsComeFromTheOtherPoseOrTheDefaults)
 {
-    Camera& camera                 = Add(8, 8);
-    camera.poses[1].position       = {9, 8, 7};
-    camera.poses[0].field_of_view  = 70.0f;
+    Camera& camera                = Add(8, 8);
+    camera.poses[1].position      = {9, 8, 7};
+    camera.poses[0].field_of_view = 70.0f;
     Set(camera.poses[1], PoseField::Position);
     Set(camera.poses[0], PoseField::FieldOfView);
     Prepare(camera);
@@ -253,10 +257,11 @@ TEST_F(CameraTest, PreparationLimitsAndReports)
     camera.x0      = -5;
     camera.y1      = 300;
     camera.aovs.emplace_back();
-    EXPECT_EQ(Prepare(camera), "camera sensor width               640 [ pixels ]\n"
-                               "camera sensor height              480 [ pixels ]\n"
-                               "camera memory                  7.0312 [ M bytes ]\n" +
-                                   std::string(80, '_') + "\n\n");
+    EXPECT_EQ(Prepare(camera),
+              "camera sensor width               640 [ pixels ]\n"
+              "camera sensor height              480 [ pixels ]\n"
+              "camera memory                  7.0312 [ M bytes ]\n" +
+                  std::string(80, '_') + "\n\n");
     EXPECT_EQ(camera.sample, 1);
     EXPECT_EQ(camera.x0, 0);
     EXPECT_EQ(camera.x1, 640);
@@ -272,8 +277,9 @@ TEST_F(CameraTest, BeautyIsNamedByTheHour)
 {
     Camera& camera = Add(4, 4);
     ASSERT_EQ(camera.aovs.size(), 1u);
-    EXPECT_TRUE(std::regex_match(camera.aovs[0].image.path,
-                                 std::regex("beauty-20[0-9]{2}[01][0-9][0-3][0-9]-[0-2][0-9][0-5][0-9][0-6][0-9]\\.hdr")));
+    EXPECT_TRUE(
+        std::regex_match(camera.aovs[0].image.path,
+                         std::regex("beauty-20[0-9]{2}[01][0-9][0-3][0-9]-[0-2][0-9][0-5][0-9][0-6][0-9]\\.hdr")));
     EXPECT_EQ(camera.aovs[0].channel, 1u);
 }
 
@@ -305,8 +311,8 @@ protected:
         CameraTest::SetUp();
         Camera& camera = Add(4, 2);
         camera.sample  = 2;
-        for (const std::uint32_t channel : {4u, 8u, 16u, 32u, 64u, 128u, 256u, 512u, 1024u, 2048u, 4096u, 8192u, 16384u,
-                                            5u, 12u, 2u})
+        for (const std::uint32_t channel :
+             {4u, 8u, 16u, 32u, 64u, 128u, 256u, 512u, 1024u, 2048u, 4096u, 8192u, 16384u, 5u, 12u, 2u})
             camera.aovs.emplace_back().channel = channel;
         Prepare(camera);
 
@@ -322,7 +328,7 @@ protected:
         point.transmissive = {4, 5, 6};
         point.glossy       = {7, 8, 9};
         point.specular     = {10, 11, 12};
-        hit = {{20, 21, 22}, {23, 24, 25}, {26, 27, 28}, {29, 30, 31}, {32, 33, 34}};
+        hit                = {{20, 21, 22}, {23, 24, 25}, {26, 27, 28}, {29, 30, 31}, {32, 33, 34}};
     }
 
     Color PixelOf(std::size_t aov, std::uint32_t pixel)
@@ -341,9 +347,9 @@ TEST_F(PrimaryHitTest, FeedsTheChannelsThatAreExactlyOne)
 {
     AddPrimaryHit(ray, point, hit);
     AddPrimaryHit(ray, point, hit);  // two frames of two: the sum is the value
-    const Color expected[] = {{20, 21, 22}, {1, 2, 3},    {23, 24, 25},      {4, 5, 6},    {26, 27, 28}, {7, 8, 9},
-                              {29, 30, 31}, {10, 11, 12}, {32, 33, 34},      {0.5f, 0, 0.5f}, {1, 0.5f, 0.5f}, {0, 3, 4},
-                              {5, 5, 5},    kBlack,       kBlack,            kBlack};
+    const Color expected[] = {{20, 21, 22}, {1, 2, 3},    {23, 24, 25}, {4, 5, 6},       {26, 27, 28},    {7, 8, 9},
+                              {29, 30, 31}, {10, 11, 12}, {32, 33, 34}, {0.5f, 0, 0.5f}, {1, 0.5f, 0.5f}, {0, 3, 4},
+                              {5, 5, 5},    kBlack,       kBlack,       kBlack};
     for (std::size_t i = 0; i < std::size(expected); ++i) {
         EXPECT_EQ(PixelOf(i + 1, 6), expected[i]) << Cameras[0].aovs[i + 1].channel;
         EXPECT_EQ(PixelOf(i + 1, 5), kBlack);

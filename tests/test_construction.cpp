@@ -1,6 +1,9 @@
 #include "hv.h"
 #include "scene_files.h"
 
+#include <sys/resource.h>
+#include <unistd.h>
+
 #include <climits>
 #include <limits>
 
@@ -273,6 +276,23 @@ TEST_F(Construction, ImageMatricesAreStoredWithoutTakingEffect)
     EXPECT_EQ(entry.color, (Color{1, 2, 3}));
     EXPECT_TRUE(entry.color_matrix_is_identity);
 }
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+// A limit on the address space stands in for a machine without the memory: the call ends with a line and no part changed.
+TEST_F(Construction, MissingMemoryEndsInALine)
+{
+    hvAddObject();
+    hvAddPart(0);
+    const auto add_too_much = [] {
+        const rlimit two_gigabytes{2ul << 30, 2ul << 30};
+        setrlimit(RLIMIT_AS, &two_gigabytes);
+        dup2(STDERR_FILENO, STDOUT_FILENO);
+        hvAddPositions(0, 0, INT_MAX, kThree);
+        std::exit(Objects[0].parts[0].positions.empty() ? 0 : 1);
+    };
+    EXPECT_EXIT(add_too_much(), testing::ExitedWithCode(0), "error :\\( \tnot enough memory");
+}
+#endif
 
 TEST_F(Construction, RadiusKeepsItsPowers)
 {

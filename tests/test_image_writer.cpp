@@ -26,9 +26,8 @@ protected:
     void SetUp() override
     {
         StartImageLibrary();
-        folder_ = fs::temp_directory_path() /
-                  ("hv_image_writer_" + std::to_string(std::random_device{}()) +
-                   testing::UnitTest::GetInstance()->current_test_info()->name());
+        folder_ = fs::temp_directory_path() / ("hv_image_writer_" + std::to_string(std::random_device{}()) +
+                                               testing::UnitTest::GetInstance()->current_test_info()->name());
         fs::create_directories(folder_);
     }
     void TearDown() override
@@ -67,14 +66,16 @@ struct Row {
 };
 
 constexpr Row kRows[] = {
-    {".bmp", ".BMP", 0},    {".cut", ".CUT", 21},  {".dds", ".DDS", 24},   {".exr", ".EXR", 29},     {".g3", ".G3", 27},
-    {".gif", ".GIF", 25},   {".hdr", ".HDR", 26},  {".ico", ".ICO", 1},    {".iff", ".IFF", 5},      {".j2k", ".J2K", 30},
-    {".jng", ".JNG", 3},    {".jp2", ".JP2", 31},  {".jpg", ".JPG", 2},    {".jpeg", ".JPEG", 2},    {".koa", ".KOA", 4},
-    {".mng", ".MNG", 6},    {".pbm", ".PBM", 7},   {".pcd", ".PCD", 9},    {".pfm", ".PFM", 32},     {".pgm", ".PGM", 11},
-    {".pic", ".PIC", 33},   {".pct", ".PCT", 33},  {".pict", ".PICT", 33}, {".png", ".PNG", 13},     {".ppm", ".PPM", 14},
-    {".psd", ".PSD", 20},   {".ras", ".RAS", 16},  {".raw", ".RAW", 34},   {".sgi", ".SGI", 28},     {".tga", ".TGA", 17},
-    {".targa", ".TARGA", 17}, {".tif", ".TIF", 18}, {".tiff", ".TIFF", 18}, {".wap", ".WAP", 19},    {".wabmp", ".WBMP", 19},
-    {".wbm", ".WBM", 19},   {".xbm", ".XBM", 22},  {".xpm", ".XPM", 23},
+    {".bmp", ".BMP", 0},    {".cut", ".CUT", 21},  {".dds", ".DDS", 24},     {".exr", ".EXR", 29},
+    {".g3", ".G3", 27},     {".gif", ".GIF", 25},  {".hdr", ".HDR", 26},     {".ico", ".ICO", 1},
+    {".iff", ".IFF", 5},    {".j2k", ".J2K", 30},  {".jng", ".JNG", 3},      {".jp2", ".JP2", 31},
+    {".jpg", ".JPG", 2},    {".jpeg", ".JPEG", 2}, {".koa", ".KOA", 4},      {".mng", ".MNG", 6},
+    {".pbm", ".PBM", 7},    {".pcd", ".PCD", 9},   {".pfm", ".PFM", 32},     {".pgm", ".PGM", 11},
+    {".pic", ".PIC", 33},   {".pct", ".PCT", 33},  {".pict", ".PICT", 33},   {".png", ".PNG", 13},
+    {".ppm", ".PPM", 14},   {".psd", ".PSD", 20},  {".ras", ".RAS", 16},     {".raw", ".RAW", 34},
+    {".sgi", ".SGI", 28},   {".tga", ".TGA", 17},  {".targa", ".TARGA", 17}, {".tif", ".TIF", 18},
+    {".tiff", ".TIFF", 18}, {".wap", ".WAP", 19},  {".wabmp", ".WBMP", 19},  {".wbm", ".WBM", 19},
+    {".xbm", ".XBM", 22},   {".xpm", ".XPM", 23},
 };
 
 struct Pixels {
@@ -144,10 +145,10 @@ TEST_F(ImageWriter, EveryFormatThatCanBeSavedReadsBackTheRightWayUp)
     int saved_count = 0;
     for (const Row& row : kRows) {
         for (const char* ending : {row.lower, row.upper}) {
-            Image image              = Quadrants(kSize, kSize);
-            const std::string name   = std::string("picture") + ending;
-            image.path               = Path(name);
-            const bool written       = WriteImage(image);
+            Image             image = Quadrants(kSize, kSize);
+            const std::string name  = std::string("picture") + ending;
+            image.path              = Path(name);
+            const bool written      = WriteImage(image);
             EXPECT_EQ(written, Exists(name)) << name;
             EXPECT_EQ(written, CanSave(row.code)) << name;
             if (!written) continue;
@@ -158,7 +159,8 @@ TEST_F(ImageWriter, EveryFormatThatCanBeSavedReadsBackTheRightWayUp)
             ASSERT_EQ(pixels.height, kSize) << name;
             for (const auto& [x, y] : {std::pair{8, 8}, {55, 8}, {8, 55}, {55, 55}})
                 for (int c = 0; c < 3; ++c)
-                    EXPECT_NEAR(pixels.At(x, y)[c], QuadrantAt(x, y, kSize, kSize)[c], IsLossy(row.code) ? 0.15f : 0.004f)
+                    EXPECT_NEAR(pixels.At(x, y)[c], QuadrantAt(x, y, kSize, kSize)[c],
+                                IsLossy(row.code) ? 0.15f : 0.004f)
                         << name << ' ' << x << ' ' << y << ' ' << c;
         }
     }
@@ -182,10 +184,21 @@ TEST_F(ImageWriter, BytesAreTruncatedAndWrap)
     const struct {
         float value;
         int   byte;
-    } cases[] = {{0.0f, 0},      {1.0f, 255},      {1.0001f, 255},   {1e30f, 255},        {0.5f, 127},
-                 {0.999f, 254},  {-0.002f, 0},     {-0.004f, 255},   {-0.5f, 129},        {-1.0f, 1},
-                 {-2.0f, 2},     {-1e30f, 0},      {std::numeric_limits<float>::infinity(), 255},
-                 {-std::numeric_limits<float>::infinity(), 0}, {std::numeric_limits<float>::quiet_NaN(), 0}};
+    } cases[] = {{0.0f, 0},
+                 {1.0f, 255},
+                 {1.0001f, 255},
+                 {1e30f, 255},
+                 {0.5f, 127},
+                 {0.999f, 254},
+                 {-0.002f, 0},
+                 {-0.004f, 255},
+                 {-0.5f, 129},
+                 {-1.0f, 1},
+                 {-2.0f, 2},
+                 {-1e30f, 0},
+                 {std::numeric_limits<float>::infinity(), 255},
+                 {-std::numeric_limits<float>::infinity(), 0},
+                 {std::numeric_limits<float>::quiet_NaN(), 0}};
     for (const int bits : {32, 64}) {
         Image image;
         ASSERT_TRUE(AllocateImage(image, static_cast<int>(std::size(cases)), 1, 3, bits, false));
@@ -208,8 +221,8 @@ TEST_F(ImageWriter, EveryStoreCanBeWritten)
     for (const int channels : {1, 3, 4}) {
         for (const int bits : {1, 8, 16, 32, 64}) {
             for (const char* name : {"store.png", "store.pfm", "store.exr"}) {
-                Image image = Quadrants(kWidth, kHeight, channels, bits);
-                image.path  = Path(name);
+                Image image       = Quadrants(kWidth, kHeight, channels, bits);
+                image.path        = Path(name);
                 const bool is_map = std::strcmp(name, "store.pfm") == 0;
                 if (is_map && channels == 4) continue;  // the format has no alpha
                 ASSERT_TRUE(WriteImage(image)) << name << channels << ' ' << bits;
@@ -235,8 +248,16 @@ TEST_F(ImageWriter, NamesAreSearchedAsAWhole)
         const char* name;
         int         code;  ///< -1: nothing is written
     } cases[] = {
-        {"a.bmp.png", 0},        {"a.png.bmp", 0},  {"a.gif.png", 13}, {"a.tga.hdr", 26}, {"a.tiff.old", 18},
-        {"a.PNG", 13},           {"a.Png", -1},     {"png", -1},       {"a", -1},         {"a.gif", -1},
+        {"a.bmp.png", 0},
+        {"a.png.bmp", 0},
+        {"a.gif.png", 13},
+        {"a.tga.hdr", 26},
+        {"a.tiff.old", 18},
+        {"a.PNG", 13},
+        {"a.Png", -1},
+        {"png", -1},
+        {"a", -1},
+        {"a.gif", -1},
         {"a.png.d/unwritten", -1},
     };
     for (const auto& test : cases) {
@@ -307,8 +328,15 @@ TEST(ImageStore, RefusesWhatDoesNotFit)
 {
     const struct {
         int width, height, channels, bits;
-    } cases[] = {{0, 1, 3, 32}, {1, 0, 3, 32},   {-1, -1, 3, 32},           {1, 1, 0, 32},          {1, 1, 2, 32},
-                 {1, 1, 3, 24}, {1, 1, 3, -32}, {1 << 17, 1 << 17, 3, 32}, {2147483647, 2147483647, 4, 64}};
+    } cases[] = {{0, 1, 3, 32},
+                 {1, 0, 3, 32},
+                 {-1, -1, 3, 32},
+                 {1, 1, 0, 32},
+                 {1, 1, 2, 32},
+                 {1, 1, 3, 24},
+                 {1, 1, 3, -32},
+                 {1 << 17, 1 << 17, 3, 32},
+                 {2147483647, 2147483647, 4, 64}};
     for (const auto& test : cases) {
         Image image;
         ASSERT_TRUE(AllocateImage(image, 2, 2, 3, 8, false));

@@ -188,6 +188,22 @@ TEST_F(Obj, WhatCannotBeOpenedPrintsAnError)
     }
 }
 
+// Whatever a file holds, reading it ends, and no primitive names a vertex that is not there.
+TEST_F(Obj, MalformedFilesEndCleanly)
+{
+    constexpr std::string_view letters = "vtnfs usemtl/-0123456789.eE+ \t\r\n#off \nf \nf -1/ 1\nv 1";
+    std::mt19937               random(5);
+    for (int file = 0; file < 500; ++file) {
+        std::string text = kCorners;
+        for (int i = 0; i < 400; ++i) text += i % 100 == 99 ? '\0' : letters[random() % letters.size()];
+        const Part part = Read(text);
+        for (const Triangle& t : part.triangles) EXPECT_LT(std::max({t.i0, t.i1, t.i2}), part.positions.size());
+        for (const Tetragon& t : part.tetragons) EXPECT_LT(std::max({t.i0, t.i1, t.i2, t.i3}), part.positions.size());
+        EXPECT_EQ(part.uvs[0].values.size(), part.positions.size());
+        EXPECT_TRUE(part.normals.empty() || part.normals.size() == part.positions.size());
+    }
+}
+
 // Welding loses nothing and joins all that is equal: every corner finds its values again, and no two vertices are alike.
 TEST(Flatten, WeldsExactlyWhatIsEqual)
 {

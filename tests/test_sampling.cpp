@@ -83,10 +83,10 @@ TEST_F(Sampling, PowerTableDecodesExponents)
 // 64 cells, 16384 draws each on average: cells stray by 6 standard deviations about once in a thousand million.
 TEST_F(Sampling, HardwareRandomFillsTheUnitIntervalEvenly)
 {
-    constexpr int      kCells = 64, kDraws = kCells * 16384;
-    std::vector<int>   cells(kCells);
-    double             product = 0.0;
-    float              last    = HardwareRandom();
+    constexpr int    kCells = 64, kDraws = kCells * 16384;
+    std::vector<int> cells(kCells);
+    double           product = 0.0;
+    float            last    = HardwareRandom();
     for (int i = 0; i < kDraws; ++i) {
         const float u = HardwareRandom();
         ASSERT_GE(u, 0.0f);
@@ -143,8 +143,8 @@ TEST_F(Sampling, StreamsOfNeighboursAreUncorrelated)
     for (const bool along_frames : {false, true}) {
         std::vector<float> first, second;
         for (int i = 0; i < kCount; ++i) {
-            const auto numbers = along_frames ? Draw(5, static_cast<std::uint32_t>(i), 2)
-                                              : Draw(static_cast<std::uint64_t>(i), 5, 2);
+            const auto numbers =
+                along_frames ? Draw(5, static_cast<std::uint32_t>(i), 2) : Draw(static_cast<std::uint64_t>(i), 5, 2);
             first.push_back(numbers[0]);
             second.push_back(numbers[1]);
         }
@@ -213,8 +213,8 @@ TEST(AreaSamplerTest, PicksInProportionAndLeavesAUniformRemainder)
     BuildAreaSampler(sampler, weights);
     EXPECT_EQ(sampler.total, 8.0);
 
-    constexpr int kCount = 80000;
-    int           picked[5] = {};
+    constexpr int kCount        = 80000;
+    int           picked[5]     = {};
     double        remainders[5] = {}, squares[5] = {};
     for (int i = 0; i < kCount; ++i) {
         float               remainder = -1.0f;

@@ -15,7 +15,8 @@ import sys
 class Mesh:
     """Vertices, normals and faces of one OBJ file, grouped by shader name."""
 
-    def __init__(self):
+    def __init__(self, decimals=3):
+        self.decimals = decimals
         self.lines = []
         self.vertex_count = 0
         self.normal_count = 0
@@ -34,7 +35,7 @@ class Mesh:
 
     def vertices(self, points):
         """Appends points and returns the OBJ number of the first."""
-        self.lines += ["v " + numbers(p) for p in points]
+        self.lines += ["v " + numbers(p, self.decimals) for p in points]
         self.vertex_count += len(points)
         return self.vertex_count - len(points) + 1
 
@@ -59,7 +60,7 @@ class Mesh:
         path.write_text("\n".join(self.lines) + "\n")
 
 
-def numbers(values, decimals=4):
+def numbers(values, decimals):
     texts = (f"{v:.{decimals}f}".rstrip("0").rstrip(".") for v in values)
     return " ".join("0" if t == "-0" else t for t in texts)
 
@@ -98,7 +99,7 @@ def icosphere(levels):
 
 def ball(levels, radius):
     """A sphere around the origin with smooth normals and no shader of its own: instances bring theirs."""
-    mesh = Mesh()
+    mesh = Mesh(4)
     points, faces = icosphere(levels)
     mesh.vertices([tuple(radius * c for c in p) for p in points])
     mesh.normals(points)
@@ -176,7 +177,7 @@ def broadleaf(height, leaves, rng):
         side = normalized([s - dot * o + 0.3 * rng.gauss(0, 1) for s, o in zip(side, outward)])
         up = [outward[1] * side[2] - outward[2] * side[1], outward[2] * side[0] - outward[0] * side[2],
               outward[0] * side[1] - outward[1] * side[0]]
-        size = 0.11 * height * rng.uniform(0.7, 1.2)
+        size = 0.085 * height * rng.uniform(0.7, 1.2)
         mesh.face([[c + size * (a * s + b * u) for c, s, u in zip(centre, side, up)]
                    for a, b in ((-0.6, -0.5), (0.6, -0.5), (0, 0.9))])
     return mesh
@@ -216,7 +217,8 @@ def forest_instances(kinds, count, size, rng):
     while len(placed) < count:
         x, z = rng.uniform(-size, size), rng.uniform(-size, size)
         on_path = abs(x - 2.2 * math.sin(0.16 * z)) < 2.0 + 0.03 * abs(z) and z > -22
-        if on_path or any((x - p) ** 2 + (z - q) ** 2 < 1.7 for p, q in placed):
+        near_camera = math.hypot(x - 0.5, z - 20) < 5
+        if on_path or near_camera or any((x - p) ** 2 + (z - q) ** 2 < 1.7 for p, q in placed):
             continue
         placed.append((x, z))
         kind = rng.choices(kinds, weights=[5, 4, 3, 2, 2])[0]
@@ -235,7 +237,7 @@ def main():
 
     rng = random.Random(2026)
     trees = {"fir_tall": fir(6.5, 7, rng), "fir_mid": fir(4.6, 6, rng), "fir_small": fir(2.4, 4, rng),
-             "oak_tall": broadleaf(5.2, 190, rng), "oak_small": broadleaf(3.1, 110, rng)}
+             "oak_tall": broadleaf(5.2, 300, rng), "oak_small": broadleaf(3.1, 170, rng)}
     for name, mesh in trees.items():
         mesh.write(scenes / f"forest/geometry/{name}.obj")
     ground(34, 17).write(scenes / "forest/geometry/ground.obj")

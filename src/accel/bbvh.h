@@ -37,8 +37,11 @@ struct BinaryNode {
 };
 
 /// Node of the traversal tree: exactly four cache lines. The counters of its lanes stand apart, in Object::wideVisits.
-/// An unused lane has an inverted box, which no slab test passes, `first` ~0 and `count` 0.
+/// An unused lane has an inverted box, which no slab test passes, `first` ~0 and `count` 0. Not set when made: arrays of
+/// nodes are filled, and their memory touched first, by all threads.
 struct alignas(64) WideNode {
+    WideNode() {}
+
     float         minX[8], minY[8], minZ[8], maxX[8], maxY[8], maxZ[8];
     std::uint32_t first[8];  ///< inner lane: WideNode of the child; leaf lane: first entry in wideRefs, a multiple of 4
     std::uint16_t count[8];  ///< 0 for an inner lane, else number of references
@@ -50,8 +53,10 @@ static_assert(sizeof(WideNode) == 256);
 /// holds what wideRefs[4 b] to wideRefs[4 b + 3] name. A leaf is a run of blocks, each of one kind class; its `used`
 /// references add up to the lane's count, and the next block follows at b + 1.
 /// Triangles: values[axis * 4 + lane] of p0 at 0, e1 = p1 - p0 at 12, e2 = p2 - p0 at 24.
-/// Tetragons: values[(corner * 3 + axis) * 3 + lane].
+/// Tetragons: values[(corner * 3 + axis) * 3 + lane]. Lanes that are not used hold zeroes. Not set when made, as WideNode.
 struct alignas(64) LeafBlock {
+    LeafBlock() {}
+
     float         values[36];
     std::uint32_t index[4];  ///< primitive index of each lane, kNone when the lane is unused
     std::uint16_t part[4];

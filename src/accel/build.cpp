@@ -1,5 +1,6 @@
 #include "accel/accel.h"
 #include "accel/hierarchy.h"
+#include "accel/large_array.h"
 #include "accel/split.h"
 #include "session/console.h"
 
@@ -59,7 +60,7 @@ void FillEntries(const Object& object, std::vector<BuildEntry>& entries)
 {
     const std::vector<ReferenceRun> runs = ListRuns(object);
     if (runs.empty()) return;
-    entries.resize(runs.back().position + runs.back().count);
+    RenewLarge(entries, runs.back().position + runs.back().count);
     const auto                 run_count = static_cast<std::int64_t>(runs.size());
     std::atomic<std::uint32_t> dropped   = 0;
 #pragma omp parallel for schedule(dynamic) num_threads(TeamSize()) if (run_count > 1)
@@ -213,7 +214,7 @@ void ReportWavefront(std::uint32_t level, bool last)
 void GrowTree(Builder& builder)
 {
     const auto count = static_cast<std::uint32_t>(builder.entries.size());
-    builder.nodes.reserve(2 * std::size_t{count} - 1);
+    ReserveLarge(builder.nodes, 2 * std::size_t{count} - 1);
     builder.nodes.resize(1);
     if (count == 1) MakeLeaf(builder, 0, 0, 1);
     if (count > 1) builder.frontier.push_back({0, 0, count});
@@ -228,7 +229,7 @@ void GrowTree(Builder& builder)
 
 void StoreReferences(const std::vector<BuildEntry>& entries, std::vector<PrimitiveRef>& refs)
 {
-    refs.resize(entries.size());
+    RenewLarge(refs, entries.size());
     const auto count = static_cast<std::int64_t>(entries.size());
 #pragma omp parallel for schedule(static) num_threads(TeamSize()) if (count >= kTeamTask)
     for (std::int64_t i = 0; i < count; ++i)

@@ -1,5 +1,6 @@
 #include "accel/accel.h"
 #include "accel/hierarchy.h"
+#include "accel/large_array.h"
 
 #include <limits>
 
@@ -193,10 +194,10 @@ void PlaceJobs(Object& object, std::vector<CollapseJob>& jobs, WideExtent& total
 
 void ResizeWide(Object& object, const WideExtent& extent)
 {
-    object.wideNodes  = std::vector<WideNode>(extent.nodes);
-    object.wideVisits = std::vector<std::array<std::uint32_t, kLanes>>(extent.nodes);
-    object.wideRefs   = std::vector<PrimitiveRef>(extent.refs);
-    object.wideDepth  = extent.depth;
+    RenewLarge(object.wideNodes, extent.nodes);
+    RenewLarge(object.wideVisits, extent.nodes);
+    RenewLarge(object.wideRefs, extent.refs);
+    object.wideDepth = extent.depth;
 }
 
 }  // namespace

@@ -1,5 +1,8 @@
 #include "accel/accel.h"
+#include "accel/large_array.h"
 #include "geometry/object.h"
+
+#include <cstring>
 
 namespace hv {
 
@@ -29,11 +32,14 @@ void PackTetragon(const Part& part, std::uint32_t index, int lane, LeafBlock& bl
     }
 }
 
-/// All references of a block are of one kind class, so the first tells it; those of kind None come last.
-LeafBlock PackBlock(const Object& object, const PrimitiveRef* refs)
+/// All references of a block are of one kind class, so the first tells it; those of kind None come last. Written in
+/// place: a block that is made elsewhere and copied stalls on the wide reads behind its narrow writes.
+void PackBlock(const Object& object, const PrimitiveRef* refs, LeafBlock& block)
 {
-    LeafBlock  block{};
+    std::memset(static_cast<void*>(&block), 0, sizeof(block));
     const auto kind = static_cast<PrimitiveKind>(refs[0].kind);
+    if (kind == PrimitiveKind::Triangle || kind == PrimitiveKind::Tetragon)
+        block.kind = static_cast<std::uint8_t>(kind);
     for (int lane = 0; lane < 4; ++lane) {
         const PrimitiveRef& ref = refs[lane];
         block.index[lane]       = kNone;
@@ -44,9 +50,6 @@ LeafBlock PackBlock(const Object& object, const PrimitiveRef* refs)
         if (kind == PrimitiveKind::Triangle) PackTriangle(object.parts[ref.part], ref.index, lane, block);
         if (kind == PrimitiveKind::Tetragon) PackTetragon(object.parts[ref.part], ref.index, lane, block);
     }
-    const bool is_packed = kind == PrimitiveKind::Triangle || kind == PrimitiveKind::Tetragon;
-    block.kind           = static_cast<std::uint8_t>(is_packed ? kind : PrimitiveKind::None);
-    return block;
 }
 
 }  // namespace
@@ -54,12 +57,12 @@ LeafBlock PackBlock(const Object& object, const PrimitiveRef* refs)
 void PackLeaves(Object& object)
 {
     const auto count = static_cast<std::int64_t>(object.wideRefs.size() / kBlockLength);
-    object.leafBlocks.resize(static_cast<std::size_t>(count));
-    object.leafBlocks.shrink_to_fit();
+    if (object.leafBlocks.size() != static_cast<std::size_t>(count))
+        RenewLarge(object.leafBlocks, static_cast<std::size_t>(count));
 #pragma omp parallel for schedule(static) num_threads(TeamSize()) if (count >= 1024)
     for (std::int64_t b = 0; b < count; ++b) {
-        const auto block         = static_cast<std::size_t>(b);
-        object.leafBlocks[block] = PackBlock(object, &object.wideRefs[block * kBlockLength]);
+        const auto block = static_cast<std::size_t>(b);
+        PackBlock(object, &object.wideRefs[block * kBlockLength], object.leafBlocks[block]);
     }
 }
 

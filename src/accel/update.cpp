@@ -2,26 +2,53 @@
 #include "accel/hierarchy.h"
 #include "session/console.h"
 
+#include <numeric>
+
 namespace hv {
 
 namespace {
 
-/// Nodes whose costs are added up in one portion: the sum is the same for any number of threads.
-constexpr std::size_t kSumPortion = 16384;
+/// Nodes that a thread takes at a time where results are gathered in order: they are the same for any number of threads.
+constexpr std::size_t kNodePortion = 16384;
+
+std::int64_t PortionCount(std::size_t node_count)
+{
+    return static_cast<std::int64_t>((node_count + kNodePortion - 1) / kNodePortion);
+}
+
+/// Calls `work` with the number and the bounds of each portion.
+template <class Work>
+void ForPortions(std::size_t node_count, const Work& work)
+{
+    const std::int64_t portion_count = PortionCount(node_count);
+#pragma omp parallel for schedule(static) num_threads(TeamSize()) if (portion_count > 1)
+    for (std::int64_t p = 0; p < portion_count; ++p) {
+        const std::size_t begin = static_cast<std::size_t>(p) * kNodePortion;
+        work(static_cast<std::size_t>(p), begin, std::min(begin + kNodePortion, node_count));
+    }
+}
 
 /// Lists the children of a level's inner nodes, in order.
 void ListChildren(const std::vector<BinaryNode>& nodes, const std::vector<std::uint32_t>& level,
                   std::vector<std::uint32_t>& below)
 {
-    below.resize(2 * level.size());
-    std::size_t count = 0;
-    for (const std::uint32_t node : level) {
-        if (nodes[node].count > 0) continue;
-        below[count]     = nodes[node].first;
-        below[count + 1] = nodes[node].first + 1;
-        count += 2;
-    }
-    below.resize(count);
+    std::vector<std::size_t> places(static_cast<std::size_t>(PortionCount(level.size())) + 1);
+    ForPortions(level.size(), [&](std::size_t p, std::size_t begin, std::size_t end) {
+        std::size_t count = 0;
+        for (std::size_t i = begin; i < end; ++i) count += nodes[level[i]].count == 0 ? 2 : 0;
+        places[p + 1] = count;
+    });
+    std::partial_sum(places.begin(), places.end(), places.begin());
+    below.resize(places.back());
+    ForPortions(level.size(), [&](std::size_t p, std::size_t begin, std::size_t end) {
+        std::size_t place = places[p];
+        for (std::size_t i = begin; i < end; ++i) {
+            const BinaryNode& node = nodes[level[i]];
+            if (node.count > 0) continue;
+            below[place++] = node.first;
+            below[place++] = node.first + 1;
+        }
+    });
 }
 
 /// Runs `step` on each node of each level, deepest level first. The nodes of one level have no descendant in common.
@@ -53,23 +80,16 @@ void MoveVertices(Object& object, int frame_count)
 }
 
 /// Half areas of all nodes, those of leaves times their count.
-double TreeCost(const Object& object)
+double TreeCost(const std::vector<BinaryNode>& nodes)
 {
-    const std::vector<BinaryNode>& nodes = object.binaryNodes;
-    const auto          portion_count    = static_cast<std::int64_t>((nodes.size() + kSumPortion - 1) / kSumPortion);
-    std::vector<double> sums(static_cast<std::size_t>(portion_count));
-#pragma omp parallel for schedule(static) num_threads(TeamSize()) if (portion_count > 1)
-    for (std::int64_t p = 0; p < portion_count; ++p) {
-        const std::size_t begin = static_cast<std::size_t>(p) * kSumPortion;
-        const std::size_t end   = std::min(begin + kSumPortion, nodes.size());
-        double            sum   = 0;
+    std::vector<double> sums(static_cast<std::size_t>(PortionCount(nodes.size())));
+    ForPortions(nodes.size(), [&](std::size_t p, std::size_t begin, std::size_t end) {
+        double sum = 0;
         for (std::size_t n = begin; n < end; ++n)
             sum += static_cast<double>(HalfArea(nodes[n].box)) * std::max<double>(nodes[n].count, 1.0);
-        sums[static_cast<std::size_t>(p)] = sum;
-    }
-    double total = 0;
-    for (const double sum : sums) total += sum;
-    return total;
+        sums[p] = sum;
+    });
+    return std::accumulate(sums.begin(), sums.end(), 0.0);
 }
 
 void RefitLeaf(const Object& object, BinaryNode& node)
@@ -139,7 +159,7 @@ void Update(Object& object, bool force, int frame_count)
     FromBelow(object, level_count, [&object](std::uint32_t node) { RefitNode(object, node); });
     FromBelow(object, level_count, [&object](std::uint32_t node) { RotateNode(object, node); });
     object.box  = object.binaryNodes.empty() ? Box{} : object.binaryNodes[0].box;
-    object.cost = TreeCost(object);
+    object.cost = TreeCost(object.binaryNodes);
     PropagateSum(object);
     MakeWideTree(object);
     object.levelNodes = {};

@@ -15,6 +15,9 @@ WaitingLane MakeWaiting(float distance, std::uint32_t node, unsigned lane)
     return std::uint64_t{std::bit_cast<std::uint32_t>(distance)} << 32 | (node << 3 | lane);
 }
 
+/// Most lanes that ever wait at once: seven at each level, and all eight of the last while they are sorted.
+constexpr std::size_t WaitingRoom(std::uint32_t depth) { return 7 * (std::size_t{depth} + 1) + 1; }
+
 float DistanceOf(WaitingLane waiting) { return std::bit_cast<float>(static_cast<std::uint32_t>(waiting >> 32)); }
 
 /// Where a walk stands: a node, or a leaf range when count is not 0.
@@ -217,8 +220,9 @@ __attribute__((noinline)) bool TestLooseBlock(Object& object, std::size_t block,
     return any;
 }
 
-template <bool kProbe, std::uint32_t kDepth>
-__attribute__((noinline)) bool WalkNodes(Object& object, RayRecord& ray)
+/// The walk itself; `stack` has room for WaitingRoom(object.wideDepth) lanes.
+template <bool kProbe>
+HV_INLINE bool WalkNodes(Object& object, RayRecord& ray, WaitingLane* stack)
 {
     const WideNode* const  nodes      = object.wideNodes.data();
     const LeafBlock* const blocks     = object.leafBlocks.data();
@@ -228,7 +232,6 @@ __attribute__((noinline)) bool WalkNodes(Object& object, RayRecord& ray)
     const LeafRay leaf{SplatVector4(ray.origin), SplatVector4(ray.direction),
                        kProbe ? kNone : SkippedIndex(PrimitiveKind::Triangle, ray.from_kind, ray.from_primitive),
                        SkippedIndex(PrimitiveKind::Tetragon, ray.from_kind, ray.from_primitive)};
-    WaitingLane  stack[7 * (kDepth + 1) + 1];
     WaitingLane* top = stack;
     Limits       limits;
     FaceHit      hit;
@@ -288,14 +291,22 @@ __attribute__((noinline)) bool WalkNodes(Object& object, RayRecord& ray)
     }
 }
 
-/// Chooses the stack by the depth of the tree, so that it never overflows and usually stays small.
+/// Trees deeper than any that geometry gives without malice.
+template <bool kProbe>
+__attribute__((noinline)) bool WalkDeep(Object& object, RayRecord& ray)
+{
+    std::vector<WaitingLane> stack(WaitingRoom(object.wideDepth));
+    return WalkNodes<kProbe>(object, ray, stack.data());
+}
+
 template <bool kProbe>
 bool Walk(Object& object, RayRecord& ray)
 {
     if constexpr (!kProbe) ray.direction = Normalized(ray.direction);
     if (object.wideNodes.empty()) return false;
-    return object.wideDepth <= kUsualDepth ? WalkNodes<kProbe, kUsualDepth>(object, ray)
-                                           : WalkNodes<kProbe, kGreatestDepth>(object, ray);
+    if (object.wideDepth > kUsualDepth) return WalkDeep<kProbe>(object, ray);
+    WaitingLane stack[WaitingRoom(kUsualDepth)];
+    return WalkNodes<kProbe>(object, ray, stack);
 }
 
 template <bool kProbe>

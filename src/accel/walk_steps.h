@@ -11,10 +11,8 @@
 /// The steps that the closest-hit walks and the occlusion walk share; private to this folder.
 namespace hv {
 
-/// Room for the lanes that wait while a walk goes down a tree of the usual depth, and for the deepest tree there is. At
-/// each level at most seven lanes wait.
-inline constexpr std::uint32_t kUsualDepth   = 63;
-inline constexpr std::uint32_t kGreatestDepth = 255;
+/// Depth of the trees that are walked with a stack in the walk's own frame.
+inline constexpr std::uint32_t kUsualDepth = 63;
 
 /// A ray brought into the space of an instance for as long as this lives; the record is restored at the end.
 class InstanceEntry {

@@ -9,6 +9,8 @@ namespace hv {
 
 namespace {
 
+constexpr std::size_t kFewestBuckets = 256, kMostBuckets = std::size_t{1} << 28;
+
 /// All that a vertex is welded by.
 struct Vertex {
     Vector          position;
@@ -91,7 +93,8 @@ private:
 
 WeldTable& TableOf(Part& part)
 {
-    if (!part.weldBuckets) part.weldBuckets = std::make_unique<WeldTable>();
+    // Empty at first: a scene may hold thousands of small parts, each with its table until it is prepared.
+    if (!part.weldBuckets) part.weldBuckets = std::make_unique<WeldTable>(WeldTable{{}, {}});
     if (part.uvs.empty()) part.uvs.push_back({"uv", {}});
     return *part.weldBuckets;
 }
@@ -121,10 +124,10 @@ Welder::Welder(const StagedMesh& staged, Part& part)
     GrowTable(expected);
 }
 
-// Large meshes get more buckets, so that chains stay short; the vertices welded before move to the new ones.
+// As many buckets as vertices, so that chains stay short; the vertices welded before move to the new ones.
 void Welder::GrowTable(std::size_t vertex_count)
 {
-    const std::size_t size = std::bit_ceil(std::clamp<std::size_t>(vertex_count, kWeldBuckets, 1u << 28));
+    const std::size_t size = std::bit_ceil(std::clamp<std::size_t>(vertex_count, kFewestBuckets, kMostBuckets));
     if (table_.head.size() >= size) return;
     std::vector<std::uint32_t> old(size, kNone);
     old.swap(table_.head);

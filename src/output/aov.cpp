@@ -40,12 +40,11 @@ HitCorners CornersOfHit(const RayRecord& ray)
     case PrimitiveKind::Tetragon:
         if (index < part.tetragons.size()) {
             const Tetragon& t = part.tetragons[index];
-            return {4,
-                    {t.i0, t.i1, t.i2, t.i3},
-                    {(1.0f - u) * (1.0f - v), (1.0f - u) * v, u * v, u * (1.0f - v)}};
+            return {4, {t.i0, t.i1, t.i2, t.i3}, {(1.0f - u) * (1.0f - v), (1.0f - u) * v, u * v, u * (1.0f - v)}};
         }
         break;
-    default: break;
+    default:
+        break;
     }
     return {};
 }
@@ -87,21 +86,50 @@ bool ChannelValue(const CameraAOV& aov, const RayRecord& ray, const SurfacePoint
                   Color& value)
 {
     switch (static_cast<Channel>(aov.channel)) {
-    case Channel::Lambertian: value = hit.lambertian; return true;
-    case Channel::LambertianColor: value = point.lambertian; return true;
-    case Channel::Transmissive: value = hit.transmissive; return true;
-    case Channel::TransmissiveColor: value = point.transmissive; return true;
-    case Channel::Glossy: value = hit.glossy; return true;
-    case Channel::GlossyColor: value = point.glossy; return true;
-    case Channel::Specular: value = hit.specular; return true;
-    case Channel::SpecularColor: value = point.specular; return true;
-    case Channel::Emissive: value = hit.emission; return true;
-    case Channel::Normal: value = MappedToColor(point.normal); return true;
-    case Channel::Tangent: value = MappedToColor(point.tangent); return true;
-    case Channel::Position: value = AsColor(point.position); return true;
-    case Channel::Depth: value = AsColor(Length(ray.origin - point.position)); return true;
-    case Channel::UserData: value = UserDataAt(ray, aov.user_data); return true;
-    default: return false;
+    case Channel::Lambertian:
+        value = hit.lambertian;
+        return true;
+    case Channel::LambertianColor:
+        value = point.lambertian;
+        return true;
+    case Channel::Transmissive:
+        value = hit.transmissive;
+        return true;
+    case Channel::TransmissiveColor:
+        value = point.transmissive;
+        return true;
+    case Channel::Glossy:
+        value = hit.glossy;
+        return true;
+    case Channel::GlossyColor:
+        value = point.glossy;
+        return true;
+    case Channel::Specular:
+        value = hit.specular;
+        return true;
+    case Channel::SpecularColor:
+        value = point.specular;
+        return true;
+    case Channel::Emissive:
+        value = hit.emission;
+        return true;
+    case Channel::Normal:
+        value = MappedToColor(point.normal);
+        return true;
+    case Channel::Tangent:
+        value = MappedToColor(point.tangent);
+        return true;
+    case Channel::Position:
+        value = AsColor(point.position);
+        return true;
+    case Channel::Depth:
+        value = AsColor(Length(ray.origin - point.position));
+        return true;
+    case Channel::UserData:
+        value = UserDataAt(ray, aov.user_data);
+        return true;
+    default:
+        return false;
     }
 }
 

@@ -67,11 +67,8 @@ void ReportCamera(const Camera& camera)
 }
 
 /// Equal values blend to that value: a camera at rest makes the same rays at all times.
-float Blend(float a, float b, float t) { return a == b ? a : (1.0f - t) * a + t * b; }
-Vector Blend(Vector a, Vector b, float t)
-{
-    return {Blend(a.x, b.x, t), Blend(a.y, b.y, t), Blend(a.z, b.z, t)};
-}
+float  Blend(float a, float b, float t) { return a == b ? a : (1.0f - t) * a + t * b; }
+Vector Blend(Vector a, Vector b, float t) { return {Blend(a.x, b.x, t), Blend(a.y, b.y, t), Blend(a.z, b.z, t)}; }
 
 /// Spherical, but for nearly parallel and opposite vectors, where the sine below says nothing.
 Vector BlendUpVectors(Vector a, Vector b, float t)
@@ -222,8 +219,8 @@ CameraPose InterpolatePose(const Camera& camera, float t)
 void GenerateCameraRay(const Camera& camera, const CameraPose& pose, RayRecord& ray, int x, int y, int thread)
 {
     StartPath(camera, ray, x, y, thread);
-    PixelSlot[thread] = static_cast<std::uint32_t>(camera.width) * static_cast<std::uint32_t>(y) +
-                        static_cast<std::uint32_t>(x);
+    PixelSlot[thread] =
+        static_cast<std::uint32_t>(camera.width) * static_cast<std::uint32_t>(y) + static_cast<std::uint32_t>(x);
 
     const float u1 = HardwareRandom();
     const float u2 = HardwareRandom();

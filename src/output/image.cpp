@@ -49,11 +49,16 @@ void SizeStore(Image& image, std::uint64_t pixel_count)
     const std::uint64_t sample_count = pixel_count * static_cast<std::uint64_t>(image.channels);
     if (image.packed) return image.pixels_rgbe.resize(pixel_count);
     switch (image.bits) {
-    case 1: return image.bit_pixels.resize((sample_count + kSamplesAWord - 1) / kSamplesAWord);
-    case 8: return image.pixels8.resize(sample_count);
-    case 16: return image.pixels16.resize(sample_count);
-    case 32: return image.pixels32.resize(sample_count);
-    default: return image.pixels64.resize(sample_count);
+    case 1:
+        return image.bit_pixels.resize((sample_count + kSamplesAWord - 1) / kSamplesAWord);
+    case 8:
+        return image.pixels8.resize(sample_count);
+    case 16:
+        return image.pixels16.resize(sample_count);
+    case 32:
+        return image.pixels32.resize(sample_count);
+    default:
+        return image.pixels64.resize(sample_count);
     }
 }
 
@@ -65,12 +70,17 @@ std::uint64_t PixelCount(const Image& image)
 float ReadSample(const Image& image, std::size_t sample)
 {
     switch (image.bits) {
-    case 1: return static_cast<float>(image.bit_pixels[sample / kSamplesAWord] >> (sample % kSamplesAWord) & 1u);
-    case 8: return static_cast<float>(image.pixels8[sample]) * kByteScale;
+    case 1:
+        return static_cast<float>(image.bit_pixels[sample / kSamplesAWord] >> (sample % kSamplesAWord) & 1u);
+    case 8:
+        return static_cast<float>(image.pixels8[sample]) * kByteScale;
     // Meant: 16 bits take the scale of a byte as well, so white reads 257.
-    case 16: return static_cast<float>(image.pixels16[sample]) * kByteScale;
-    case 32: return image.pixels32[sample];
-    default: return static_cast<float>(image.pixels64[sample]);
+    case 16:
+        return static_cast<float>(image.pixels16[sample]) * kByteScale;
+    case 32:
+        return image.pixels32[sample];
+    default:
+        return static_cast<float>(image.pixels64[sample]);
     }
 }
 
@@ -90,10 +100,18 @@ void WriteSample(Image& image, std::size_t sample, float value)
         word                     = Quantized(value, 1.0f) != 0 ? word | bit : word & ~bit;
         break;
     }
-    case 8: image.pixels8[sample] = static_cast<std::uint8_t>(Quantized(value, 255.0f)); break;
-    case 16: image.pixels16[sample] = static_cast<std::uint16_t>(Quantized(value, 65535.0f)); break;
-    case 32: image.pixels32[sample] = value; break;
-    default: image.pixels64[sample] = value; break;
+    case 8:
+        image.pixels8[sample] = static_cast<std::uint8_t>(Quantized(value, 255.0f));
+        break;
+    case 16:
+        image.pixels16[sample] = static_cast<std::uint16_t>(Quantized(value, 65535.0f));
+        break;
+    case 32:
+        image.pixels32[sample] = value;
+        break;
+    default:
+        image.pixels64[sample] = value;
+        break;
     }
 }
 

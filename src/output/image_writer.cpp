@@ -19,19 +19,16 @@ struct FormatRow {
 };
 
 constexpr FormatRow kFormats[] = {
-    {".bmp", ".BMP", 0},     {".cut", ".CUT", 21},  {".dds", ".DDS", 24},
-    {".exr", ".EXR", 29},    {".g3", ".G3", 27},    {".gif", ".GIF", 25},
-    {".hdr", ".HDR", 26},    {".ico", ".ICO", 1},   {".iff", ".IFF", 5},
-    {".j2k", ".J2K", 30},    {".jng", ".JNG", 3},   {".jp2", ".JP2", 31},
-    {".jpg", ".JPG", 2},     {".jpeg", ".JPEG", 2}, {".koa", ".KOA", 4},
-    {".mng", ".MNG", 6},     {".pbm", ".PBM", 7},   {".pcd", ".PCD", 9},
-    {".pfm", ".PFM", 32},    {".pgm", ".PGM", 11},  {".pic", ".PIC", 33},
-    {".pct", ".PCT", 33},    {".pict", ".PICT", 33}, {".png", ".PNG", 13},
-    {".ppm", ".PPM", 14},    {".psd", ".PSD", 20},  {".ras", ".RAS", 16},
-    {".raw", ".RAW", 34},    {".sgi", ".SGI", 28},  {".tga", ".TGA", 17},
-    {".targa", ".TARGA", 17}, {".tif", ".TIF", 18}, {".tiff", ".TIFF", 18},
-    {".wap", ".WAP", 19},    {".wabmp", ".WBMP", 19},  // meant: two different words
-    {".wbm", ".WBM", 19},    {".xbm", ".XBM", 22},  {".xpm", ".XPM", 23},
+    {".bmp", ".BMP", 0},    {".cut", ".CUT", 21},  {".dds", ".DDS", 24},     {".exr", ".EXR", 29},
+    {".g3", ".G3", 27},     {".gif", ".GIF", 25},  {".hdr", ".HDR", 26},     {".ico", ".ICO", 1},
+    {".iff", ".IFF", 5},    {".j2k", ".J2K", 30},  {".jng", ".JNG", 3},      {".jp2", ".JP2", 31},
+    {".jpg", ".JPG", 2},    {".jpeg", ".JPEG", 2}, {".koa", ".KOA", 4},      {".mng", ".MNG", 6},
+    {".pbm", ".PBM", 7},    {".pcd", ".PCD", 9},   {".pfm", ".PFM", 32},     {".pgm", ".PGM", 11},
+    {".pic", ".PIC", 33},   {".pct", ".PCT", 33},  {".pict", ".PICT", 33},   {".png", ".PNG", 13},
+    {".ppm", ".PPM", 14},   {".psd", ".PSD", 20},  {".ras", ".RAS", 16},     {".raw", ".RAW", 34},
+    {".sgi", ".SGI", 28},   {".tga", ".TGA", 17},  {".targa", ".TARGA", 17}, {".tif", ".TIF", 18},
+    {".tiff", ".TIFF", 18}, {".wap", ".WAP", 19},  {".wabmp", ".WBMP", 19},  // meant: two different words
+    {".wbm", ".WBM", 19},   {".xbm", ".XBM", 22},  {".xpm", ".XPM", 23},
 };
 
 WriteObserver write_observer      = nullptr;
@@ -51,11 +48,16 @@ bool IsFloatFile(std::string_view name)
 float FloatSample(const Image& image, std::size_t sample)
 {
     switch (image.bits) {
-    case 1: return image.bit_pixels[sample / 32] >> (sample % 32) & 1u ? 1.0f : 0.0f;
-    case 8: return static_cast<float>(image.pixels8[sample]) / 255.0f;
-    case 16: return static_cast<float>(image.pixels16[sample]) / 65535.0f;
-    case 32: return image.pixels32[sample];
-    default: return static_cast<float>(image.pixels64[sample]);
+    case 1:
+        return image.bit_pixels[sample / 32] >> (sample % 32) & 1u ? 1.0f : 0.0f;
+    case 8:
+        return static_cast<float>(image.pixels8[sample]) / 255.0f;
+    case 16:
+        return static_cast<float>(image.pixels16[sample]) / 65535.0f;
+    case 32:
+        return image.pixels32[sample];
+    default:
+        return static_cast<float>(image.pixels64[sample]);
     }
 }
 
@@ -74,11 +76,16 @@ std::uint8_t WrappedByte(Real value)
 std::uint8_t ByteSample(const Image& image, std::size_t sample)
 {
     switch (image.bits) {
-    case 1: return image.bit_pixels[sample / 32] >> (sample % 32) & 1u ? 255 : 0;
-    case 8: return image.pixels8[sample];
-    case 16: return static_cast<std::uint8_t>(image.pixels16[sample] >> 8);
-    case 32: return WrappedByte(image.pixels32[sample]);
-    default: return WrappedByte(image.pixels64[sample]);
+    case 1:
+        return image.bit_pixels[sample / 32] >> (sample % 32) & 1u ? 255 : 0;
+    case 8:
+        return image.pixels8[sample];
+    case 16:
+        return static_cast<std::uint8_t>(image.pixels16[sample] >> 8);
+    case 32:
+        return WrappedByte(image.pixels32[sample]);
+    default:
+        return WrappedByte(image.pixels64[sample]);
     }
 }
 

@@ -1,9 +1,5 @@
-#include "output/camera.h"
-
-#include "output/output.h"
 #include "scene/scene.h"
 #include "scene/sections.h"
-#include "session/settings.h"
 
 namespace hv {
 
@@ -118,14 +114,8 @@ constexpr Keyword<CameraAOV> kAov[] = {
 
 void ReadAov(SceneReader& reader, CameraAOV& aov) { ReadBlock(reader, aov, kAov); }
 
-void ReadRenderSection(SceneReader& reader) { ReadBlock(reader, Settings, kRender); }
+void ReadRenderSection(SceneReader& reader, RendererSettings& settings) { ReadBlock(reader, settings, kRender); }
 
-void ReadCameraSection(SceneReader& reader)
-{
-    Camera camera;
-    CameraDefaults(camera);
-    ReadBlock(reader, camera, kCamera);
-    Cameras.push_back(std::move(camera));
-}
+void ReadCamera(SceneReader& reader, Camera& camera) { ReadBlock(reader, camera, kCamera); }
 
 }  // namespace hv

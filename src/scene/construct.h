@@ -1,28 +1,14 @@
 #pragma once
 
 #include "hv.h"
-#include "session/console.h"
+#include "scene/guard.h"
 
 #include <cstdint>
-#include <exception>
 #include <string_view>
 #include <vector>
 
 /// What the exported construction functions share. They check what a C host can get wrong; the records check nothing.
 namespace hv {
-
-/// Runs `action` and returns its result. Exceptions of the containers (no memory) end here: one error line, and
-/// `fallback`, as none may cross into the host.
-template <class Result, class Action>
-Result Guarded(Result fallback, Action action)
-{
-    try {
-        return action();
-    } catch (const std::exception&) {
-        PrintError("not enough memory");
-        return fallback;
-    }
-}
 
 /// The element that a handle names, or null.
 template <class T>
@@ -37,11 +23,7 @@ T* Find(std::vector<T>& registry, int handle)
 template <class T, class Store>
 void Edit(std::vector<T>& registry, int handle, Store store)
 {
-    if (T* const element = Find(registry, handle); element != nullptr)
-        Guarded(0, [&] {
-            store(*element);
-            return 0;
-        });
+    if (T* const element = Find(registry, handle); element != nullptr) Guarded([&] { store(*element); });
 }
 
 /// Appends a default element; returns its handle, -1 without memory.

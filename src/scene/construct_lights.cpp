@@ -27,10 +27,7 @@ void AddChannel(std::vector<CameraAOV>& aovs, int aov, Channel channel)
 
 void AddLink(std::vector<std::uint32_t>& links, int shader)
 {
-    Guarded(0, [&] {
-        links.push_back(static_cast<std::uint32_t>(shader));
-        return 0;
-    });
+    Guarded([&] { links.push_back(static_cast<std::uint32_t>(shader)); });
 }
 
 }  // namespace
@@ -112,17 +109,11 @@ void hvSetParallelLightShaderLink(int light, int shader)
 
 void hvSetSkyLightImage(const char* path)
 {
-    Guarded(0, [&] {
-        SkyLight.image.path = TextOf(path);
-        return 0;
-    });
+    Guarded([&] { SkyLight.image.path = TextOf(path); });
 }
 void hvSetSkyLightBackdrop(const char* path)
 {
-    Guarded(0, [&] {
-        SkyLight.backdrop.path = TextOf(path);
-        return 0;
-    });
+    Guarded([&] { SkyLight.backdrop.path = TextOf(path); });
 }
 void hvSetSkyLightPhoton(int count) { SkyLight.photon = count; }
 void hvSetSkyLightSample(int count) { SkyLight.sample = count; }

@@ -12,9 +12,6 @@ namespace hv {
 
 namespace {
 
-// The white space of the classic locale, whatever the locale of the process.
-constexpr const char* kSpace = " \t\n\v\f\r";
-
 std::string_view FirstWord(const char* text) { return {text, std::strcspn(text, kSpace)}; }
 
 bool IsExponentSign(char c) { return (c | 0x20) == 'e'; }

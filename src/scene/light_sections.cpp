@@ -1,5 +1,3 @@
-#include "lights/light.h"
-
 #include "scene/sections.h"
 
 namespace hv {
@@ -74,12 +72,12 @@ constexpr Keyword<GeometryLightState> kGeometryLight[] = {
 
 void ReadLink(SceneReader& reader, std::vector<std::string>& names) { ReadBlock(reader, names, kLink); }
 
-void ReadPointLightSection(SceneReader& reader) { ReadBlock(reader, PointLights.emplace_back(), kPointLight); }
+void ReadPointLight(SceneReader& reader, PointLight& light) { ReadBlock(reader, light, kPointLight); }
 
-void ReadParallelLightSection(SceneReader& reader) { ReadBlock(reader, ParallelLights.emplace_back(), kParallelLight); }
+void ReadParallelLight(SceneReader& reader, ParallelLight& light) { ReadBlock(reader, light, kParallelLight); }
 
-void ReadSkyLightSection(SceneReader& reader) { ReadBlock(reader, SkyLight, kSkyLight); }
+void ReadSkyLight(SceneReader& reader, SkyLightState& sky) { ReadBlock(reader, sky, kSkyLight); }
 
-void ReadGeometryLightSection(SceneReader& reader) { ReadBlock(reader, GeometryLight, kGeometryLight); }
+void ReadGeometryLight(SceneReader& reader, GeometryLightState& light) { ReadBlock(reader, light, kGeometryLight); }
 
 }  // namespace hv

@@ -5,6 +5,7 @@
 #include "session/console.h"
 #include "shading/shading.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <string_view>
@@ -253,9 +254,8 @@ void ObjReader::ReadSmoothing(const char* values)
 
 void ObjReader::ReadMaterial(const char* values)
 {
-    constexpr const char* kSpace = " \t\n\v\f\r";
-    const char* const     word   = values + std::strspn(values, kSpace);
-    std::string           name(word, std::strcspn(word, kSpace));
+    const char* const word = values + std::strspn(values, kSpace);
+    std::string       name(word, std::strcspn(word, kSpace));
     if (name.empty()) return;
     const auto known = shaders_.find(name);
     shader_          = known != shaders_.end() ? known->second : FindOrAddShader(name);
@@ -289,6 +289,16 @@ void ObjReader::ReadLine(const char* line)
     }
 }
 
+// Growing by copying would take two fifths of the time. A mesh takes about 40 bytes of text a triangle and twice that a
+// position; untouched memory costs nothing, but no file's size is trusted without limit.
+void ReserveFor(StagedMesh& staged, std::size_t bytes)
+{
+    constexpr std::size_t kBytesPerTriangle = 40, kBytesPerPosition = 80, kLargest = 256u << 20;
+    bytes = std::min(bytes, kLargest);
+    staged.triangles.reserve(staged.triangles.size() + bytes / kBytesPerTriangle);
+    staged.positions.reserve(staged.positions.size() + bytes / kBytesPerPosition);
+}
+
 }  // namespace
 
 void ReadObjFile(StagedMesh& staged, const std::string& path)
@@ -299,6 +309,7 @@ void ReadObjFile(StagedMesh& staged, const std::string& path)
         PrintRule();
         return;
     }
+    ReserveFor(staged, file.Size());
     ObjReader reader(staged);
     while (const char* line = file.NextLine()) reader.ReadLine(line);
 }

@@ -103,11 +103,9 @@ constexpr Keyword<ObjectBlock> kObject[] = {
 
 }  // namespace
 
-// The object is in the registry while its block is read, so a cut-off block leaves a valid one. Nothing in the block adds
-// another object, which would move it.
-void ReadObjectSection(SceneReader& reader)
+void ReadObject(SceneReader& reader, Object& object)
 {
-    ObjectBlock block{Objects.emplace_back(), {}};
+    ObjectBlock block{object, {}};
     ReadBlock(reader, block, kObject);
 }
 

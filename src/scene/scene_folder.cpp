@@ -1,5 +1,5 @@
+#include "scene/guard.h"
 #include "scene/scene.h"
-#include "scene/sections.h"
 #include "session/console.h"
 
 #include <algorithm>
@@ -13,17 +13,6 @@ std::vector<std::string> GeometrySearchPaths;
 std::string              SceneFolder;
 
 namespace {
-
-struct Section {
-    std::string_view word;
-    void (*read)(SceneReader& reader);
-};
-
-constexpr Section kSections[] = {
-    {"render", ReadRenderSection}, {"sky_light", ReadSkyLightSection},     {"geometry_light", ReadGeometryLightSection},
-    {"camera", ReadCameraSection}, {"point_light", ReadPointLightSection}, {"parallel_light", ReadParallelLightSection},
-    {"object", ReadObjectSection}, {"shader", ReadShaderSection},
-};
 
 bool IsSceneFileName(std::string_view name)
 {
@@ -68,22 +57,12 @@ void AddImageSearchPath(std::string_view path)
         ImageSearchPaths.emplace_back(path);
 }
 
-bool ReadSceneFile(const std::string& path)
-{
-    SceneReader reader(path);
-    if (!reader.IsOpen()) return false;
-    while (reader.NextLine()) {
-        const auto section = std::find_if(std::begin(kSections), std::end(kSections),
-                                          [&](const Section& known) { return known.word == reader.Keyword(); });
-        if (section != std::end(kSections)) section->read(reader);
-    }
-    return true;
-}
-
 int LoadFolder(const std::string& path)
 {
     int count = 0;
-    for (const std::string& file : SceneFilesIn(path)) count += ReadSceneFile(file) ? 1 : 0;
+    Guarded([&] {
+        for (const std::string& file : SceneFilesIn(path)) count += ReadSceneFile(file) ? 1 : 0;
+    });
     return count;
 }
 

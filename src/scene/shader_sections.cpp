@@ -1,5 +1,4 @@
 #include "scene/sections.h"
-#include "shading/shading.h"
 
 namespace hv {
 
@@ -143,13 +142,6 @@ constexpr Keyword<Shader> kShader[] = {
 
 void ReadVolumeShader(SceneReader& reader, VolumeShader& volume) { ReadBlock(reader, volume, kVolumeShader); }
 
-// The record replaces whatever a reference or an earlier section of the same name has left in the registry.
-void ReadShaderSection(SceneReader& reader)
-{
-    Shader shader;
-    ReadBlock(reader, shader, kShader);
-    const std::uint32_t index = FindOrAddShader(shader.name);
-    Shaders[index]            = std::move(shader);
-}
+void ReadShader(SceneReader& reader, Shader& shader) { ReadBlock(reader, shader, kShader); }
 
 }  // namespace hv

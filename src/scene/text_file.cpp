@@ -14,22 +14,25 @@ namespace {
 
 constexpr std::size_t kBufferSize = 256 * 1024;  // small enough to stay in the second-level cache
 
-int OpenRegularFile(const std::string& path)
+int OpenRegularFile(const std::string& path, std::size_t& size)
 {
     // Not blocking: opening a pipe without a writer would wait for ever. It means nothing to a regular file.
     const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (file < 0) return -1;
     struct stat status;
-    if (fstat(file, &status) == 0 && S_ISREG(status.st_mode)) return file;
-    close(file);
-    return -1;
+    if (fstat(file, &status) != 0 || !S_ISREG(status.st_mode)) {
+        close(file);
+        return -1;
+    }
+    size = static_cast<std::size_t>(status.st_size);
+    return file;
 }
 
 }  // namespace
 
 TextFile::TextFile(const std::string& path) : buffer_(new char[kBufferSize + 1])
 {
-    file_ = OpenRegularFile(path);
+    file_ = OpenRegularFile(path, size_);
     next_ = end_ = buffer_.get();
     is_drained_  = !IsOpen();
 }

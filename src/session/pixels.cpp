@@ -96,9 +96,8 @@ void RenderPixels(std::uint16_t frame)
     if (!camera || !IsFilmPrepared(*camera)) return;
     Image&      image = camera->aovs[0].image;
     const float count = static_cast<float>(frame);
-    RenderRegion(*camera, RegionOf(*camera), frame, [&](int, int, std::uint32_t pixel, Color sample) {
-        FoldIntoMean(image, pixel, sample, count);
-    });
+    RenderRegion(*camera, RegionOf(*camera), frame,
+                 [&](int, int, std::uint32_t pixel, Color sample) { FoldIntoMean(image, pixel, sample, count); });
 }
 
 void RenderPixelsTo(int count, float* out, int frame)
@@ -109,12 +108,13 @@ void RenderPixelsTo(int count, float* out, int frame)
     const Region      region      = RegionOf(*camera);
     const std::size_t out_count   = static_cast<std::size_t>(std::max(count, 0));
     const float       frame_count = static_cast<float>(std::max(camera->sample, 1));
-    RenderRegion(*camera, region, std::clamp(frame, 0, kMaxFrames), [&](int x, int y, std::uint32_t pixel, Color sample) {
-        const std::size_t row   = static_cast<std::size_t>(y - region.y0);
-        const std::size_t index = row * region.Width() + static_cast<std::size_t>(x - region.x0);
-        if (index < out_count) std::copy_n(&sample.r, 3, out + 3 * index);
-        AddToAOV(beauty, pixel, sample / frame_count);
-    });
+    RenderRegion(*camera, region, std::clamp(frame, 0, kMaxFrames),
+                 [&](int x, int y, std::uint32_t pixel, Color sample) {
+                     const std::size_t row   = static_cast<std::size_t>(y - region.y0);
+                     const std::size_t index = row * region.Width() + static_cast<std::size_t>(x - region.x0);
+                     if (index < out_count) std::copy_n(&sample.r, 3, out + 3 * index);
+                     AddToAOV(beauty, pixel, sample / frame_count);
+                 });
 }
 
 }  // namespace hv
