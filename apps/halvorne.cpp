@@ -32,7 +32,7 @@ struct Plan {
 struct Written {
     std::string           beauty;                  ///< path to watch for
     bool                  beauty_written = false;  ///< the last attempt made a file
-    std::set<std::string> failed;                  ///< each is told once, though the library writes twice
+    std::set<std::string> failed         = {};     ///< each is told once, though the library writes twice
 };
 
 int Fail(const std::string& message)

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <initializer_list>
+#include <string>
 #include <vector>
 
 namespace hv {
@@ -57,6 +58,8 @@ public:
     int AddShader(Element element, Color color, Material material = Material::Conductor, float ior = 1.0f)
     {
         const int shader = hvAddShader();
+        hvSetShaderName(shader,
+                        std::to_string(shader).c_str());  // faces of an unnamed one fall to the part's last shader
         hvAddSurfaceShader(shader);
         hvSetSurfaceMaterial(shader, 0, material);
         SetSlot(shader, element, color);

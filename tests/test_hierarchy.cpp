@@ -266,8 +266,8 @@ TEST_F(Hierarchy, BoundsOfEachKind)
     Object object;
     Part&  part            = object.parts.emplace_back();
     part.positions         = {{1, 2, 3}, {4, 0, -1}, {2, 5, 0}, {0, 1, 9}, kNanPoint, {kFarAway * 2, 0, 0}};
-    part.scalars[0].values = {0.5f};
-    part.particles         = {0, 1, 4, 5, 6, kNone};
+    part.scalars[0].values = {0.5f, 0, -2, std::numeric_limits<float>::infinity()};
+    part.particles         = {0, 1, 2, 3, 4, 5, 6, kNone};
     part.triangles         = {{0, 1, 2, 0}, {0, 1, 4, 0}, {0, 1, 6, 0}};
     part.tetragons         = {{0, 1, 2, 3, 0}, {0, 4, 2, 3, 0}};
     part.cylinders         = {2, 3, 5, kNone};
@@ -275,11 +275,13 @@ TEST_F(Hierarchy, BoundsOfEachKind)
     const Box  empty;
     const auto bounds = [&](PrimitiveKind kind, std::uint32_t i) { return PrimitiveBounds(object, Ref(kind, i)); };
     EXPECT_EQ(bounds(PrimitiveKind::Particle, 0), (Box{{0.5f, 1.5f, 2.5f}, {1.5f, 2.5f, 3.5f}}));
-    EXPECT_EQ(bounds(PrimitiveKind::Particle, 1), (Box{{4, 0, -1}, {4, 0, -1}}));  // beyond the radii
+    EXPECT_EQ(bounds(PrimitiveKind::Particle, 1), (Box{{4, 0, -1}, {4, 0, -1}}));
+    EXPECT_EQ(bounds(PrimitiveKind::Particle, 2), (Box{{0, 3, -2}, {4, 7, 2}}));  // a sphere has no sign
     EXPECT_EQ(bounds(PrimitiveKind::Triangle, 0), (Box{{1, 0, -1}, {4, 5, 3}}));
     EXPECT_EQ(bounds(PrimitiveKind::Tetragon, 0), (Box{{0, 0, -1}, {4, 5, 9}}));
     EXPECT_EQ(bounds(PrimitiveKind::Cylinder, 0), (Box{{0, 1, 0}, {2, 5, 9}}));  // no tangents: monotone on each axis
-    for (const std::uint32_t bad : {2u, 3u, 4u, 5u, 6u, kNone}) EXPECT_EQ(bounds(PrimitiveKind::Particle, bad), empty);
+    for (const std::uint32_t bad : {3u, 4u, 5u, 6u, 7u, 8u, kNone})
+        EXPECT_EQ(bounds(PrimitiveKind::Particle, bad), empty);
     for (const std::uint32_t bad : {1u, 2u, 3u}) EXPECT_EQ(bounds(PrimitiveKind::Triangle, bad), empty);
     for (const std::uint32_t bad : {1u, 2u}) EXPECT_EQ(bounds(PrimitiveKind::Tetragon, bad), empty);
     for (const std::uint32_t bad : {1u, 2u, 3u, 4u}) EXPECT_EQ(bounds(PrimitiveKind::Cylinder, bad), empty);
@@ -384,7 +386,11 @@ TEST_F(Hierarchy, DegenerateInputKeepsAllLaws)
          }},
         {"twins", [&](Object& o) { coincident(o.parts[0], 2); }},
         {"coincident", [&](Object& o) { coincident(o.parts[0], 3000); }},
-        {"more coincident than a count holds", [&](Object& o) { coincident(o.parts[0], 140000); }},
+        {"more coincident than a count holds, among larger",
+         [&](Object& o) {
+             coincident(o.parts[0], 140000);
+             for (int i = 0; i < 20; ++i) AddParticle(o.parts.emplace_back(), {static_cast<float>(20 * i), 0, 0}, 8);
+         }},
         {"one centre",
          [](Object& o) {
              for (int i = 1; i < 300; ++i) AddParticle(o.parts[0], {1, 1, 1}, static_cast<float>(i));
@@ -520,7 +526,15 @@ TEST_F(Hierarchy, BuildFollowsTheSplittingRules)
                         {static_cast<float>(i % 8), static_cast<float>(i / 8 % 8), static_cast<float>(i / 64)}, 2);
         return object;
     };
-    Object objects[] = {MixedSoup(400, 21), MixedSoup(3000, 22), TriangleSoup(1000, 23), grid()};
+    const auto shared = [] {  // the small one lies in both of two equal boxes
+        Object object;
+        Part&  part = object.parts.emplace_back();
+        AddParticle(part, {0, 0, 0}, 2);
+        AddParticle(part, {0.1f, 0, 0}, 0.5f);
+        AddParticle(part, {1, 0, 0}, 2);
+        return object;
+    };
+    Object objects[] = {MixedSoup(400, 21), MixedSoup(3000, 22), TriangleSoup(1000, 23), grid(), shared()};
     for (Object& object : objects) {
         RefreshBounds(object);
         Build(object);
@@ -632,15 +646,8 @@ TEST_F(Hierarchy, DeepTreesAreReportedOnceAndStillWalked)
 {
     Object object     = TriangleSoup(1, 1);
     object.binaryRefs = {Ref(PrimitiveKind::Triangle, 0)};
-    for (std::uint32_t level = 0; level < 400; ++level) {  // a chain: each left child is a leaf
-        object.binaryNodes.push_back({{}, 2 * level + 1, 0, 0, 0});
-        if (level == 0) continue;
-        std::swap(object.binaryNodes[2 * level - 1], object.binaryNodes.back());
-        object.binaryNodes.back() = {{}, 2 * level + 1, 0, 0, 0};
-    }
-    object.binaryNodes.clear();
     object.binaryNodes.push_back({{}, 1, 0, 0, 0});
-    for (std::uint32_t level = 1; level <= 400; ++level) {
+    for (std::uint32_t level = 1; level <= 400; ++level) {  // a chain: each left child is a leaf
         object.binaryNodes.push_back({{}, 0, 1, 0, 0});
         object.binaryNodes.push_back(
             {{}, level < 400 ? 2 * level + 1 : 0, static_cast<std::uint16_t>(level < 400 ? 0 : 1), 0, 0});
@@ -722,7 +729,10 @@ TEST_F(Hierarchy, MotionEndsAfterAllFrames)
     Prepare(object, 4);
     const std::size_t node_count = object.binaryNodes.size();
     for (int frame = 1; frame < 4; ++frame) {
+        Objects[0].box.max.x += 3;  // what an instance places moves, too
         Update(object, false, 4);
+        for (const Instance& instance : object.instances)
+            EXPECT_NEAR(instance.box.max.x - instance.box.min.x, static_cast<float>(2 + 3 * frame), 1e-4f);
         CheckBinary(object);
         CheckWide(object);
         EXPECT_EQ(object.binaryNodes.size(), node_count);
@@ -776,7 +786,7 @@ TEST_F(Hierarchy, TunedLanesComeMostVisitedAndCheapestFirst)
         std::vector<std::uint32_t> firsts;
         for (int k = 0; k < count; ++k) {
             firsts.push_back(object.wideNodes[n].first[k]);
-            if (firsts.back() == kNone) EXPECT_EQ(object.wideNodes[n].minX[k], kFarAway);
+            EXPECT_EQ(firsts.back() == kNone, object.wideNodes[n].minX[k] == kFarAway);
         }
         return firsts;
     };

@@ -240,8 +240,8 @@ def main():
              "oak_tall": broadleaf(5.2, 300, rng), "oak_small": broadleaf(3.1, 170, rng)}
     for name, mesh in trees.items():
         mesh.write(scenes / f"forest/geometry/{name}.obj")
-    ground(34, 17).write(scenes / "forest/geometry/ground.obj")
-    (scenes / "forest/geometry/trees.hv").write_text(forest_instances(list(trees), 420, 32, rng))
+    ground(34, 14).write(scenes / "forest/geometry/ground.obj")
+    (scenes / "forest/geometry/trees.hv").write_text(forest_instances(list(trees), 380, 32, rng))
 
 
 if __name__ == "__main__":
