@@ -264,7 +264,10 @@ HV_API void hvSetCameraAOVUserData(int camera, int aov, const char* name); /**< 
 /* ---- Shaders ---- */
 
 /** Appends a shader without layers and returns its handle. A shader left without layers becomes a copy of shader 0. */
-HV_API int  hvAddShader(void);
+HV_API int hvAddShader(void);
+
+/** A shader is born as "undefined". Name every shader: faces whose shader still has that name take the shader that their
+ *  part holds at preparation instead. */
 HV_API void hvSetShaderName(int shader, const char* name);
 HV_API void hvSetShaderVisibility(int shader, enum Visibility visibility);
 HV_API void hvSetShaderSmoothAngle(int shader, float degrees); /**< below 0 keeps given normals. Default: -1 */

@@ -279,7 +279,8 @@ TEST_F(Hierarchy, BoundsOfEachKind)
     EXPECT_EQ(bounds(PrimitiveKind::Particle, 2), (Box{{0, 3, -2}, {4, 7, 2}}));  // a sphere has no sign
     EXPECT_EQ(bounds(PrimitiveKind::Triangle, 0), (Box{{1, 0, -1}, {4, 5, 3}}));
     EXPECT_EQ(bounds(PrimitiveKind::Tetragon, 0), (Box{{0, 0, -1}, {4, 5, 9}}));
-    EXPECT_EQ(bounds(PrimitiveKind::Cylinder, 0), (Box{{0, 1, 0}, {2, 5, 9}}));  // no tangents: monotone on each axis
+    EXPECT_EQ(bounds(PrimitiveKind::Cylinder, 0),
+              (Box{{-2, -1, -2}, {4, 7, 11}}));  // no tangents: monotone on each axis
     for (const std::uint32_t bad : {3u, 4u, 5u, 6u, 7u, 8u, kNone})
         EXPECT_EQ(bounds(PrimitiveKind::Particle, bad), empty);
     for (const std::uint32_t bad : {1u, 2u, 3u}) EXPECT_EQ(bounds(PrimitiveKind::Triangle, bad), empty);

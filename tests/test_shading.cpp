@@ -25,7 +25,7 @@ protected:
     }
 };
 
-Shader WithLayers(std::initializer_list<Sideness> sides)
+Shader WithLayers(const std::vector<Sideness>& sides)
 {
     Shader shader;
     for (const Sideness side : sides) shader.layers.emplace_back().sideness = side;
@@ -44,8 +44,8 @@ TEST_F(Shading, ALoneOneSidedLayerGetsABlackOtherSide)
 {
     using enum Sideness;
     const struct {
-        std::initializer_list<Sideness> given;
-        std::vector<int>                face, back;
+        std::vector<Sideness> given;
+        std::vector<int>      face, back;
     } cases[] = {
         {{}, {0}, {0}},
         {{Both}, {0}, {0}},
