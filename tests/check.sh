@@ -15,11 +15,11 @@ fail() {
 }
 
 # expect_status WANTED TEXT COMMAND...: runs the command, output into $scratch/stdout and $scratch/stderr. More than a
-# minute counts as a hang.
+# minute counts as a hang, also of a program that takes the signal as a wish to stop soon.
 expect_status() {
     local wanted=$1 text=$2 status=0
     shift 2
-    timeout 60 "$@" >"$scratch/stdout" 2>"$scratch/stderr" || status=$?
+    timeout -k 5 60 "$@" >"$scratch/stdout" 2>"$scratch/stderr" || status=$?
     [ "$status" = "$wanted" ] && return
     fail "$text: status $status instead of $wanted"
     tail -n 5 "$scratch/stderr" >&2

@@ -1,5 +1,5 @@
-// The hierarchy of one object: bounds, binary tree, rotations, wide tree, packed leaves and the order of lanes. Laws are
-// checked on soups of all primitive kinds and on degenerate input; rules that choose are compared with plain searches.
+// The hierarchy of one object: bounds, binary tree, rotations, wide tree, packed leaves and the order of lanes. Laws
+// are checked on soups of all primitive kinds and on degenerate input; rules that choose are compared with plain searches.
 
 #include "accel/accel.h"
 #include "accel/hierarchy.h"
@@ -544,6 +544,7 @@ TEST_F(Hierarchy, BuildFollowsTheSplittingRules)
         plain.Split(0, plain.refs.size());
         EXPECT_EQ(object.binaryRefs, plain.refs);
     }
+    EXPECT_EQ(std::end(objects)[-1].binaryNodes[1].count, 1);  // of equal boxes the right one takes what lies in both
 }
 
 TEST_F(Hierarchy, ProgressOverwritesItselfUntilTheLastLine)

@@ -88,7 +88,7 @@ image_path "nowhere"
 ray_depth -5
 ray_depth 1000000
 sample -1
-sample 2147483647
+sample 5000
 bounce 1000
 radius 0
 resolution -1

@@ -26,7 +26,7 @@ bool RefreshInstance(Instance& instance);
 /// Recomputes the matrices and boxes of all instances and the object's own box.
 void RefreshBounds(Object& object);
 
-// ---- Hierarchy (build.cpp, update.cpp, collapse.cpp) ----
+// ---- Hierarchy (build.cpp, update.cpp, collapse.cpp, pack.cpp, tune.cpp) ----
 
 /// Builds the topology of the binary tree, without boxes, and prints the progress and timing lines.
 void Build(Object& object);

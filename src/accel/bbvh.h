@@ -37,8 +37,8 @@ struct BinaryNode {
 };
 
 /// Node of the traversal tree: exactly four cache lines. The counters of its lanes stand apart, in Object::wideVisits.
-/// An unused lane has an inverted box, which no slab test passes, `first` ~0 and `count` 0. Not set when made: arrays of
-/// nodes are filled, and their memory touched first, by all threads.
+/// An unused lane has an inverted box, which no slab test passes, `first` ~0 and `count` 0. Not set when made: arrays
+/// of nodes are filled, and their memory touched first, by all threads.
 struct alignas(64) WideNode {
     WideNode() {}
 
@@ -53,7 +53,7 @@ static_assert(sizeof(WideNode) == 256);
 /// holds what wideRefs[4 b] to wideRefs[4 b + 3] name. A leaf is a run of blocks, each of one kind class; its `used`
 /// references add up to the lane's count, and the next block follows at b + 1.
 /// Triangles: values[axis * 4 + lane] of p0 at 0, e1 = p1 - p0 at 12, e2 = p2 - p0 at 24.
-/// Tetragons: values[(corner * 3 + axis) * 3 + lane]. Lanes that are not used hold zeroes. Not set when made, as WideNode.
+/// Tetragons: values[(corner * 3 + axis) * 3 + lane]. Unused lanes hold zeroes. Not set when made, as WideNode.
 struct alignas(64) LeafBlock {
     LeafBlock() {}
 

@@ -181,7 +181,7 @@ void RefreshBounds(Object& object)
     const std::vector<ReferenceRun> runs  = ListRuns(object);
     const auto                      count = static_cast<std::int64_t>(runs.size());
     std::vector<Box>                boxes(runs.size());
-#pragma omp parallel for schedule(dynamic) num_threads(TeamSize()) if (count > 1)
+#pragma omp parallel for schedule(dynamic) num_threads(TeamSize()) if (count >= kTeamRuns)
     for (std::int64_t i = 0; i < count; ++i) {
         const ReferenceRun& run = runs[static_cast<std::size_t>(i)];
         Box                 box;

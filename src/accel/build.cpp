@@ -19,7 +19,7 @@ constexpr std::uint32_t kLastLevel    = kTreeLevels - 1;
 constexpr std::uint32_t kTeamTask = 32768;
 
 /// Levels with fewer references are done by the calling thread.
-constexpr std::uint32_t kSerialLevel = 2048;
+constexpr std::uint32_t kSerialLevel = 16384;
 
 /// Portions of a level for each thread; more than one evens out what the levels' sizes tell badly.
 constexpr std::uint32_t kPortionsPerThread = 4;
@@ -63,7 +63,7 @@ void FillEntries(const Object& object, std::vector<BuildEntry>& entries)
     RenewLarge(entries, runs.back().position + runs.back().count);
     const auto                 run_count = static_cast<std::int64_t>(runs.size());
     std::atomic<std::uint32_t> dropped   = 0;
-#pragma omp parallel for schedule(dynamic) num_threads(TeamSize()) if (run_count > 1)
+#pragma omp parallel for schedule(dynamic) num_threads(TeamSize()) if (run_count >= kTeamRuns)
     for (std::int64_t r = 0; r < run_count; ++r) {
         const ReferenceRun& run = runs[static_cast<std::size_t>(r)];
         std::uint32_t       bad = 0;

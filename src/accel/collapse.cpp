@@ -13,7 +13,7 @@ constexpr std::uint32_t kBlockLength = 4;  ///< references of a packed block
 
 /// Subtrees with at most this share of all references are collapsed by one thread each.
 constexpr std::uint32_t kJobsPerThread = 16;
-constexpr std::uint32_t kSmallestJob   = 1024;
+constexpr std::uint32_t kSmallestJob   = 8192;
 
 /// Size of a piece of the wide tree.
 struct WideExtent {
@@ -28,8 +28,8 @@ struct CollapseJob {
 };
 
 /// One pass over a subtree in the final order of the wide nodes, each before its children. The measuring pass only
-/// advances `used`; the storing pass fills arrays that have been sized by it. Subtrees of up to `job_size` references are
-/// entered in `jobs` by the measuring pass and stepped over by the storing pass.
+/// advances `used`; the storing pass fills arrays that have been sized by it. Subtrees of up to `job_size` references
+/// are entered in `jobs` by the measuring pass and stepped over by the storing pass.
 struct CollapsePass {
     Object&                   object;
     bool                      stores;

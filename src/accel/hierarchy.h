@@ -12,7 +12,7 @@ namespace hv {
 inline constexpr std::uint32_t kMaxLeafCount = 65535;
 
 /// A level with fewer nodes is done by the calling thread: starting a team costs more than the work.
-inline constexpr std::size_t kTeamLevel = 512;
+inline constexpr std::size_t kTeamLevel = 2048;
 
 /// Consecutive primitives of one kind in one part, or instances: the portion that a thread takes at a time.
 struct ReferenceRun {
@@ -20,6 +20,9 @@ struct ReferenceRun {
     std::uint32_t count;     ///< at least 1
     std::uint32_t position;  ///< of `first` among all references of the object
 };
+
+/// Fewer runs are done by the calling thread.
+inline constexpr std::int64_t kTeamRuns = 4;
 
 /// All references of an object in their first order: part after part, each with particles, cylinders, triangles and
 /// tetragons, then the instances. Parts beyond the 65536 that a reference can name are left out.
@@ -40,6 +43,9 @@ std::size_t CollectLevels(Object& object);
 
 /// Box and cost of a node: of an inner node from its children, of a leaf from its primitives.
 void RefitNode(Object& object, std::uint32_t node);
+
+/// The same for a node that is known to be an inner one.
+void RefitInner(std::vector<BinaryNode>& nodes, std::uint32_t node);
 
 /// Exchanges children and grandchildren of an inner node where that makes it strictly cheaper. Box and cost of its
 /// children must be final; its own are recomputed. Leaves stay as they are.

@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <vector>
 
-/// Arrays of many megabytes, in large pages where the system has them: fewer faults while they are filled, fewer misses of
-/// the page table while rays walk them. Private to this folder.
+/// Arrays of many megabytes, in large pages where the system has them: fewer faults while they are filled, fewer misses
+/// of the page table while rays walk them. Private to this folder.
 namespace hv {
 
 inline constexpr std::size_t kLargePage = std::size_t{1} << 21;

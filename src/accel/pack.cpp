@@ -59,7 +59,7 @@ void PackLeaves(Object& object)
     const auto count = static_cast<std::int64_t>(object.wideRefs.size() / kBlockLength);
     if (object.leafBlocks.size() != static_cast<std::size_t>(count))
         RenewLarge(object.leafBlocks, static_cast<std::size_t>(count));
-#pragma omp parallel for schedule(static) num_threads(TeamSize()) if (count >= 1024)
+#pragma omp parallel for schedule(static) num_threads(TeamSize()) if (count >= 4096)
     for (std::int64_t b = 0; b < count; ++b) {
         const auto block = static_cast<std::size_t>(b);
         PackBlock(object, &object.wideRefs[block * kBlockLength], object.leafBlocks[block]);

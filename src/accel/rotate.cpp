@@ -9,8 +9,8 @@ namespace {
 /// The places around a node: its children L and R, their children a, b and c, d.
 enum Place : std::uint8_t { A, B, C, D, L, R, Nowhere };
 
-/// A change of the tree by one or two exchanges of node records. `nested` is where the exchanged child of the node lands;
-/// its own children change with the second exchange.
+/// A change of the tree by one or two exchanges of node records. `nested` is where the exchanged child of the node
+/// lands; its own children change with the second exchange.
 struct Rotation {
     Place first, first_other, second, second_other;
     Place nested;
@@ -43,14 +43,6 @@ struct Family {
 
     BinaryNode& operator[](Place place) const { return nodes[places[place]]; }
 };
-
-void RefitInner(std::vector<BinaryNode>& nodes, std::uint32_t place)
-{
-    BinaryNode&       node = nodes[place];
-    const BinaryNode &left = nodes[node.first], &right = nodes[node.first + 1];
-    node.box  = Union(left.box, right.box);
-    node.cost = HalfArea(node.box) + left.cost + right.cost;
-}
 
 void Apply(const Family& family, const Rotation& rotation)
 {

@@ -216,9 +216,10 @@ SplitPlan PlanSplitByTeam(const BuildEntry* entries, std::uint32_t count)
 
 std::uint32_t Partition(BuildEntry* entries, std::uint32_t count, const SplitPlan& plan)
 {
-    // The entry under the cursor goes left and the cursor moves on, or it is exchanged with the last one not yet placed.
-    // It travels in `current`, so that both ways are the same steps and no branch has to be predicted. As each entry lies
-    // in one of the boxes at least, one look decides: what is not in the right box goes left, or what is in the left one.
+    // The entry under the cursor goes left and the cursor moves on, or it is exchanged with the last one not yet
+    // placed. It travels in `current`, so that both ways are the same steps and no branch has to be predicted. As each
+    // entry lies in one of the boxes at least, one look decides: what is not in the right box goes left, or what is in
+    // the left one.
     const Float8  deciding = Load8(plan.shared_left ? plan.left.lanes : plan.right.lanes);
     std::uint32_t cursor = 0, last = count - 1;
     Float8        current = Load8(entries[0].lanes);

@@ -103,7 +103,7 @@ void TuneChildOrder(Object& object, float& cost, std::uint32_t& visits, std::uin
 void SortWideLanes(Object& object)
 {
     const auto count = static_cast<std::int64_t>(object.wideNodes.size());
-#pragma omp parallel for schedule(static) num_threads(TeamSize()) if (count >= 1024)
+#pragma omp parallel for schedule(static) num_threads(TeamSize()) if (count >= 4096)
     for (std::int64_t n = 0; n < count; ++n) {
         WideNode& node   = object.wideNodes[static_cast<std::size_t>(n)];
         Counters& visits = object.wideVisits[static_cast<std::size_t>(n)];

@@ -8,7 +8,7 @@ namespace hv {
 
 namespace {
 
-/// Nodes that a thread takes at a time where results are gathered in order: they are the same for any number of threads.
+/// Nodes that a thread takes at a time where results are gathered in order: they do not depend on the team.
 constexpr std::size_t kNodePortion = 16384;
 
 std::int64_t PortionCount(std::size_t node_count)
@@ -102,6 +102,14 @@ void RefitLeaf(const Object& object, BinaryNode& node)
 
 }  // namespace
 
+void RefitInner(std::vector<BinaryNode>& nodes, std::uint32_t node_index)
+{
+    BinaryNode&       node = nodes[node_index];
+    const BinaryNode &left = nodes[node.first], &right = nodes[node.first + 1];
+    node.box  = Union(left.box, right.box);
+    node.cost = HalfArea(node.box) + left.cost + right.cost;
+}
+
 std::size_t CollectLevels(Object& object)
 {
     std::vector<std::vector<std::uint32_t>>& levels = object.levelNodes;
@@ -134,9 +142,7 @@ void RefitNode(Object& object, std::uint32_t node_index)
         RefitLeaf(object, node);
         return;
     }
-    const BinaryNode &left = object.binaryNodes[node.first], &right = object.binaryNodes[node.first + 1];
-    node.box  = Union(left.box, right.box);
-    node.cost = HalfArea(node.box) + left.cost + right.cost;
+    RefitInner(object.binaryNodes, node_index);
 }
 
 void PropagateSum(Object& object)
