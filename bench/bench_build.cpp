@@ -22,7 +22,8 @@ double BytesOf(const std::vector<T>& values)
 /// What rays walk; the binary tree is scratch of static objects.
 double WalkedBytes(const hv::Object& object)
 {
-    return BytesOf(object.wideNodes) + BytesOf(object.wideVisits) + BytesOf(object.wideRefs) + BytesOf(object.leafBlocks);
+    return BytesOf(object.wideNodes) + BytesOf(object.wideVisits) + BytesOf(object.wideRefs) +
+           BytesOf(object.leafBlocks);
 }
 
 void BenchImport(const std::string& path, int runs)

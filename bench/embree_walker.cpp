@@ -40,10 +40,10 @@ struct IndexTriple {
 
 void MakeEmbreeScene(const hv::Part& part)
 {
-    device               = rtcNewDevice(nullptr);
-    scene                = rtcNewScene(device);
-    RTCGeometry geometry = rtcNewGeometry(device, RTC_GEOMETRY_TYPE_TRIANGLE);
-    auto* positions      = static_cast<hv::Vector*>(
+    device                = rtcNewDevice(nullptr);
+    scene                 = rtcNewScene(device);
+    RTCGeometry geometry  = rtcNewGeometry(device, RTC_GEOMETRY_TYPE_TRIANGLE);
+    auto*       positions = static_cast<hv::Vector*>(
         NewBuffer<hv::Vector>(geometry, RTC_BUFFER_TYPE_VERTEX, RTC_FORMAT_FLOAT3, part.positions.size()));
     std::copy(part.positions.begin(), part.positions.end(), positions);
     auto* faces = static_cast<IndexTriple*>(

@@ -13,8 +13,9 @@ void SetRay(hv::RayRecord& record, const FileRay& ray, int thread)
     record.hit_kind       = hv::kNoKind;
     record.hit_primitive  = hv::kNone;
     record.from_primitive = ray.from;
-    record.from_kind      = static_cast<std::uint8_t>(ray.from == hv::kNone ? hv::PrimitiveKind::None : hv::PrimitiveKind::Triangle);
-    record.thread         = static_cast<std::uint8_t>(thread);
+    record.from_kind =
+        static_cast<std::uint8_t>(ray.from == hv::kNone ? hv::PrimitiveKind::None : hv::PrimitiveKind::Triangle);
+    record.thread = static_cast<std::uint8_t>(thread);
 }
 
 }  // namespace

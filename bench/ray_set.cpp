@@ -88,8 +88,10 @@ Differences Compare(const RaySet& set, const std::vector<Answer>& a, const std::
         if (is_hit(a[n]) != is_hit(b[n])) {
             ++differences.one_sided;
         } else if (is_hit(a[n])) {
-            if (std::fabs(a[n].t - b[n].t) > tolerance * set.radius) ++differences.distance;
-            else if (a[n].triangle != b[n].triangle) ++differences.triangle;
+            if (std::fabs(a[n].t - b[n].t) > tolerance * set.radius)
+                ++differences.distance;
+            else if (a[n].triangle != b[n].triangle)
+                ++differences.triangle;
         }
     }
     return differences;

@@ -38,7 +38,8 @@ RaySet MakeCameraRays(const Sphere& scene, const View& view)
         for (int x = 0; x < view.size; ++x) {
             const float film_x = static_cast<float>(x) - half + random.Uniform();
             const float film_y = half - static_cast<float>(y) - random.Uniform();
-            set.rays.push_back({eye, hv::kFarAway, hv::Normalized(film_x * right + film_y * up + film * forward), hv::kNone});
+            set.rays.push_back(
+                {eye, hv::kFarAway, hv::Normalized(film_x * right + film_y * up + film * forward), hv::kNone});
         }
     return set;
 }
@@ -58,8 +59,8 @@ std::vector<SurfaceStart> FindStarts(const hv::Part& part, const RaySet& camera)
         if (answers[n].triangle == hv::kNone) continue;
         const hv::Triangle& face = part.triangles[answers[n].triangle];
         const Vector        p0   = part.positions[face.i0];
-        Vector normal = hv::Normalized(hv::Cross(part.positions[face.i1] - p0, part.positions[face.i2] - p0));
-        const FileRay& ray = camera.rays[n];
+        Vector         normal = hv::Normalized(hv::Cross(part.positions[face.i1] - p0, part.positions[face.i2] - p0));
+        const FileRay& ray    = camera.rays[n];
         if (hv::Dot(normal, ray.direction) > 0.0f) normal = -normal;
         const Vector position = ray.origin + answers[n].t * ray.direction + 1e-4f * camera.radius * normal;
         starts.push_back({position, normal, answers[n].triangle});
@@ -119,8 +120,7 @@ std::array<RaySet, 3> MakeRaySets(const hv::Part& part, const View& view)
     Pcg32        bounce_random(2, 2), shadow_random(3, 3);
     RaySet       bounce = WalkStarts("bounce", RayKind::Closest, scene, starts, count,
                                      [&](const SurfaceStart& start) { return MakeBounceRay(start, bounce_random); });
-    RaySet       shadow = WalkStarts("shadow", RayKind::Occlusion, scene, starts, count, [&](const SurfaceStart& start) {
-        return MakeShadowRay(start, scene, shadow_random);
-    });
+    RaySet       shadow = WalkStarts("shadow", RayKind::Occlusion, scene, starts, count,
+                                     [&](const SurfaceStart& start) { return MakeShadowRay(start, scene, shadow_random); });
     return {std::move(camera), std::move(bounce), std::move(shadow)};
 }

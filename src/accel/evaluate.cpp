@@ -27,7 +27,8 @@ Corners CornersOf(const SurfaceHit& hit)
     const Part& part = *hit.part;
     const float u = hit.u, v = hit.v;
     switch (hit.kind) {
-    case PrimitiveKind::Particle: return {1, {part.particles[hit.index]}, {1.0f}};
+    case PrimitiveKind::Particle:
+        return {1, {part.particles[hit.index]}, {1.0f}};
     case PrimitiveKind::Cylinder: {
         const std::uint32_t first = part.cylinders[hit.index];
         return {2, {first, first + 1}, {1.0f - hit.w, hit.w}};
@@ -203,12 +204,12 @@ Vector StrandTangent(const Part& part, const Corners& corners)
 /// instance stays in object space.
 void EvaluateCylinder(const RayRecord& ray, const SurfaceHit& hit, const Corners& corners, SurfacePoint& point)
 {
-    const Part& part = *hit.part;
-    point.tangent    = StrandTangent(part, corners);
-    const Vector sideways = Normalized(Cross(point.tangent, ray.direction));
-    const float  x        = 2.0f * HardwareRandom() - 1.0f;
-    point.normal    = sideways * x + Cross(point.tangent, sideways) * SafeRoot(1.0f - x * x);
-    point.bitangent = Cross(point.normal, point.tangent);
+    const Part& part       = *hit.part;
+    point.tangent          = StrandTangent(part, corners);
+    const Vector sideways  = Normalized(Cross(point.tangent, ray.direction));
+    const float  x         = 2.0f * HardwareRandom() - 1.0f;
+    point.normal           = sideways * x + Cross(point.tangent, sideways) * SafeRoot(1.0f - x * x);
+    point.bitangent        = Cross(point.normal, point.tangent);
     point.geometric_normal = point.normal;
 
     point.hair_parameter = 0.0f;

@@ -29,7 +29,10 @@ HV_INLINE Vector4 SplatVector4(Vector v) { return {Splat4(v.x), Splat4(v.y), Spl
 HV_INLINE Vector4 LoadVector4(const float* p) { return {Load4(p), Load4(p + 4), Load4(p + 8)}; }
 
 /// Three lanes and one harmless value of what follows.
-HV_INLINE Vector4 LoadVector3(const float* p) { return {LoadUnaligned4(p), LoadUnaligned4(p + 3), LoadUnaligned4(p + 6)}; }
+HV_INLINE Vector4 LoadVector3(const float* p)
+{
+    return {LoadUnaligned4(p), LoadUnaligned4(p + 3), LoadUnaligned4(p + 6)};
+}
 
 HV_INLINE unsigned UsedLanes(const LeafBlock& block) { return (1u << block.used) - 1u; }
 
@@ -74,15 +77,15 @@ HV_INLINE unsigned TestTetragons(const LeafBlock& block, const LeafRay& ray, Flo
     if ((Bits(in_range) & 7u) == 0) return 0;
 
     const Vector4 b = p1 - ray.origin, c = p2 - ray.origin, d = p3 - ray.origin;
-    const Float4  e0 = Dot(ray.direction, Cross(a, b));
-    const Float4  e1 = Dot(ray.direction, Cross(b, c));
-    const Float4  e2 = Dot(ray.direction, Cross(c, d));
-    const Float4  e3 = Dot(ray.direction, Cross(d, a));
+    const Float4  e0   = Dot(ray.direction, Cross(a, b));
+    const Float4  e1   = Dot(ray.direction, Cross(b, c));
+    const Float4  e2   = Dot(ray.direction, Cross(c, d));
+    const Float4  e3   = Dot(ray.direction, Cross(d, a));
     const Float4  zero = Splat4(0.0f);
-    const Float4  back = Less(zero, denominator) & LessEqual(zero, e0) & LessEqual(zero, e1) & LessEqual(zero, e2) &
-                        LessEqual(zero, e3);
-    const Float4 front = Less(denominator, zero) & LessEqual(e0, zero) & LessEqual(e1, zero) & LessEqual(e2, zero) &
-                         LessEqual(e3, zero);
+    const Float4  back =
+        Less(zero, denominator) & LessEqual(zero, e0) & LessEqual(zero, e1) & LessEqual(zero, e2) & LessEqual(zero, e3);
+    const Float4 front =
+        Less(denominator, zero) & LessEqual(e0, zero) & LessEqual(e1, zero) & LessEqual(e2, zero) & LessEqual(e3, zero);
     const unsigned lanes = Bits(in_range & (back | front)) & 7u;
     if (lanes == 0) return 0;
 

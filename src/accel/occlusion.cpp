@@ -109,9 +109,12 @@ bool OccludeByLoose(Object& object, const PrimitiveRef& ref, RayRecord& ray)
     if (kind == PrimitiveKind::Instance) return OccludeInstance<kLog>(object.instances[ref.index], ray);
     if (IsExempt(ray, ref)) return false;
     switch (kind) {
-    case PrimitiveKind::Particle: return OccludeByParticle(object.parts[ref.part], ref.index, ray);
-    case PrimitiveKind::Cylinder: return OccludeByCylinder(object.parts[ref.part], ref.index, ray);
-    default: return false;
+    case PrimitiveKind::Particle:
+        return OccludeByParticle(object.parts[ref.part], ref.index, ray);
+    case PrimitiveKind::Cylinder:
+        return OccludeByCylinder(object.parts[ref.part], ref.index, ray);
+    default:
+        return false;
     }
 }
 
@@ -184,8 +187,7 @@ HV_INLINE bool WalkNodes(Object& object, RayRecord& ray, WaitingNode* stack)
             node  = first;
             lanes = SlabTest8(nodes[node], slab, limit, near);
         } else if (OccludeByLeaf<kLog>(object, first / 4, count, leaf, exempt, leaf_limit, ray)) {
-            if constexpr (kLog)
-                std::atomic_ref(object.wideVisits[node][lane]).fetch_add(1, std::memory_order_relaxed);
+            if constexpr (kLog) std::atomic_ref(object.wideVisits[node][lane]).fetch_add(1, std::memory_order_relaxed);
             return true;
         }
     }

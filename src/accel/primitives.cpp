@@ -188,8 +188,8 @@ Vector TangentAt(const Part& part, std::uint32_t vertex)
 
 Strand StrandAt(const Part& part, std::uint32_t vertex)
 {
-    return {part.positions[vertex],  part.positions[vertex + 1],   TangentAt(part, vertex), TangentAt(part, vertex + 1),
-            RadiusAt(part, vertex), RadiusAt(part, vertex + 1)};
+    return {part.positions[vertex],      part.positions[vertex + 1], TangentAt(part, vertex),
+            TangentAt(part, vertex + 1), RadiusAt(part, vertex),     RadiusAt(part, vertex + 1)};
 }
 
 Vector8 CurveAt(const Strand& strand, const HermiteTable& table)
@@ -223,10 +223,10 @@ bool IntersectCylinder(const Part& part, std::uint32_t index, const RayRecord& r
     const Strand  strand    = StrandAt(part, part.cylinders[index]);
     const Vector8 direction = Splat(ray.direction), origin = Splat(ray.origin);
     const Vector8 start = CurveAt(strand, kStarts), end = CurveAt(strand, kEnds);
-    const Vector8 edge      = end - start;
-    const Vector8 to_start  = start - origin;
-    const Float8  half_width = Load8(kRadiusShares.first) * Splat8(strand.radius0) +
-                              Load8(kRadiusShares.second) * Splat8(strand.radius1);
+    const Vector8 edge     = end - start;
+    const Vector8 to_start = start - origin;
+    const Float8  half_width =
+        Load8(kRadiusShares.first) * Splat8(strand.radius0) + Load8(kRadiusShares.second) * Splat8(strand.radius1);
 
     const Vector8 sideways = FastNormalized(Cross(direction, edge));
     const Float8  across   = Dot(sideways, to_start);

@@ -13,9 +13,9 @@ namespace hv {
 inline std::uint8_t TraitsAt(std::uint32_t shader)
 {
     if (shader < ShaderTraits.size()) return ShaderTraits[shader];
-    return ShaderTraits.empty() ? std::uint8_t{shader_traits::kVisibilityMask | shader_traits::kFrontOpaque |
-                                               shader_traits::kBackOpaque}
-                                : ShaderTraits[0];
+    return ShaderTraits.empty()
+               ? std::uint8_t{shader_traits::kVisibilityMask | shader_traits::kFrontOpaque | shader_traits::kBackOpaque}
+               : ShaderTraits[0];
 }
 
 /// The visibility bits of which a shader needs one to be met by the ray: the two flags speak of primary rays only.

@@ -81,10 +81,10 @@ HV_INLINE WaitingLane PushFarther(unsigned lanes, Float8 near, std::uint32_t nod
     Order(a, c);
     Order(b, d);
     Order(b, c);
-    top[0] = d;
-    top[1] = c;
-    top[2] = b;
-    top[3] = a;
+    top[0]                   = d;
+    top[1]                   = c;
+    top[2]                   = b;
+    top[3]                   = a;
     WaitingLane* const begin = top;
     top += 4;
     if (lanes != 0) {
@@ -96,9 +96,9 @@ HV_INLINE WaitingLane PushFarther(unsigned lanes, Float8 near, std::uint32_t nod
 
 /// A hit on a packed face; goes into the record when the walk of its object ends.
 struct FaceHit {
-    const LeafBlock* block = nullptr;
-    unsigned         lane  = 0;
-    std::uint32_t    shader = 0;
+    const LeafBlock* block       = nullptr;
+    unsigned         lane        = 0;
+    std::uint32_t    shader      = 0;
     float            denominator = 0, u = 0, v = 0, w = 0;
 };
 
@@ -201,9 +201,14 @@ bool TestLoose(Object& object, const PrimitiveRef& ref, RayRecord& ray)
     if constexpr (kProbe) return false;
     bool hit = false;
     switch (static_cast<PrimitiveKind>(ref.kind)) {
-    case PrimitiveKind::Particle: hit = IntersectParticle(object.parts[ref.part], ref.index, ray); break;
-    case PrimitiveKind::Cylinder: hit = TestCylinder(object.parts[ref.part], ref.index, ray); break;
-    default: break;
+    case PrimitiveKind::Particle:
+        hit = IntersectParticle(object.parts[ref.part], ref.index, ray);
+        break;
+    case PrimitiveKind::Cylinder:
+        hit = TestCylinder(object.parts[ref.part], ref.index, ray);
+        break;
+    default:
+        break;
     }
     if (!hit) return false;
     ray.hit_instance_depth = ray.instance_depth;
@@ -232,11 +237,11 @@ HV_INLINE bool WalkNodes(Object& object, RayRecord& ray, WaitingLane* stack)
     const LeafRay leaf{SplatVector4(ray.origin), SplatVector4(ray.direction),
                        kProbe ? kNone : SkippedIndex(PrimitiveKind::Triangle, ray.from_kind, ray.from_primitive),
                        SkippedIndex(PrimitiveKind::Tetragon, ray.from_kind, ray.from_primitive)};
-    WaitingLane* top = stack;
-    Limits       limits;
-    FaceHit      hit;
-    bool         any = false;
-    Place        place{0, 0};
+    WaitingLane*  top = stack;
+    Limits        limits;
+    FaceHit       hit;
+    bool          any = false;
+    Place         place{0, 0};
     limits.Set(ray.distance);
 
     while (true) {
@@ -246,14 +251,14 @@ HV_INLINE bool WalkNodes(Object& object, RayRecord& ray, WaitingLane* stack)
             if (lanes != 0) {
                 const std::uint32_t node = place.first;
                 const bool          one  = (lanes & (lanes - 1)) == 0;
-                const auto next = one ? node << 3 | static_cast<unsigned>(std::countr_zero(lanes))
-                                      : static_cast<std::uint32_t>(PushFarther(lanes, near, node, top));
-                place = PlaceOf(nodes, next);
+                const auto          next = one ? node << 3 | static_cast<unsigned>(std::countr_zero(lanes))
+                                               : static_cast<std::uint32_t>(PushFarther(lanes, near, node, top));
+                place                    = PlaceOf(nodes, next);
                 continue;
             }
         } else {
             std::size_t block_index = place.first / 4;
-            for (std::uint32_t left = place.count; ; ++block_index) {
+            for (std::uint32_t left = place.count;; ++block_index) {
                 const LeafBlock& block = blocks[block_index];
                 LaneResults      results;
                 if (HasKind(block, PrimitiveKind::Triangle)) {

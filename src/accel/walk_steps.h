@@ -56,6 +56,9 @@ HV_INLINE std::uint32_t StampedShader(const Object& object, const LeafBlock& blo
                                                                             : part.tetragons[index].shader;
 }
 
-inline bool HasKind(const LeafBlock& block, PrimitiveKind kind) { return block.kind == static_cast<std::uint8_t>(kind); }
+inline bool HasKind(const LeafBlock& block, PrimitiveKind kind)
+{
+    return block.kind == static_cast<std::uint8_t>(kind);
+}
 
 }  // namespace hv
