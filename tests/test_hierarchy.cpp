@@ -121,7 +121,7 @@ Box LaneBox(const WideNode& node, int k)
 /// What a block must hold, from the arrays of the object.
 void CheckBlock(const Object& object, const LeafBlock& block, const PrimitiveRef* refs)
 {
-    for (unsigned lane = 0; lane < 4; ++lane) {
+    for (unsigned lane = 0; lane < kBlockLength; ++lane) {
         const PrimitiveRef& ref = refs[lane];
         ASSERT_EQ(ref.kind != 0, lane < block.used);
         ASSERT_EQ(block.index[lane], lane < block.used ? ref.index : kNone);
@@ -130,14 +130,15 @@ void CheckBlock(const Object& object, const LeafBlock& block, const PrimitiveRef
         const auto kind = static_cast<PrimitiveKind>(ref.kind);
         if (kind == PrimitiveKind::Triangle) {
             ASSERT_EQ(block.kind, 3);
+            ASSERT_EQ(block.shader[lane], object.parts[ref.part].triangles[ref.index].shader);
             const Part&    part = object.parts[ref.part];
             const Triangle face = part.triangles[ref.index];
             const Vector   p0 = part.positions[face.i0], p1 = part.positions[face.i1], p2 = part.positions[face.i2];
             for (unsigned axis = 0; axis < 3; ++axis) {
                 const int a = static_cast<int>(axis);
-                ASSERT_EQ(block.values[axis * 4 + lane], p0[a]);
-                ASSERT_EQ(block.values[12 + axis * 4 + lane], p1[a] - p0[a]);
-                ASSERT_EQ(block.values[24 + axis * 4 + lane], p2[a] - p0[a]);
+                ASSERT_EQ(block.values[axis * 8 + lane], p0[a]);
+                ASSERT_EQ(block.values[24 + axis * 8 + lane], p1[a] - p0[a]);
+                ASSERT_EQ(block.values[48 + axis * 8 + lane], p2[a] - p0[a]);
             }
         } else if (kind == PrimitiveKind::Tetragon) {
             ASSERT_EQ(block.kind, 4);
@@ -145,7 +146,8 @@ void CheckBlock(const Object& object, const LeafBlock& block, const PrimitiveRef
             const Tetragon      face       = part.tetragons[ref.index];
             const std::uint32_t corners[4] = {face.i0, face.i1, face.i2, face.i3};
             for (unsigned i = 0; i < 12; ++i)
-                ASSERT_EQ(block.values[i * 3 + lane], part.positions[corners[i / 3]][static_cast<int>(i % 3)]);
+                ASSERT_EQ(block.values[i * kTetragonStride + lane],
+                          part.positions[corners[i / 3]][static_cast<int>(i % 3)]);
         } else {
             ASSERT_EQ(block.kind, 0);
         }
@@ -161,20 +163,28 @@ struct WideWalk {
 
     void Leaf(const Box& box, std::uint32_t first, std::uint32_t count)
     {
-        ASSERT_EQ(first % 4, 0u);
-        for (std::uint32_t block = first / 4, found = 0; found < count; ++block) {
+        std::uint32_t lane = first % kBlockLength;
+        for (std::uint32_t block = first / kBlockLength; count > 0; ++block, lane = 0) {
             ASSERT_LT(block, object.leafBlocks.size());
             const LeafBlock& packed = object.leafBlocks[block];
-            ASSERT_GE(packed.used, 1);
-            CheckBlock(object, packed, &object.wideRefs[4 * block]);
-            for (unsigned lane = 0; lane < packed.used; ++lane) {
-                const PrimitiveRef& ref = object.wideRefs[4 * block + lane];
+            ASSERT_GT(packed.used, lane);
+            CheckBlock(object, packed, &object.wideRefs[kBlockLength * block]);
+            for (; lane < packed.used && count > 0; ++lane, --count) {
+                const PrimitiveRef& ref = object.wideRefs[kBlockLength * block + lane];
                 ASSERT_TRUE(Contains(box, PrimitiveBounds(object, ref)));
                 ++seen[KeyOf(ref)];
             }
-            found += packed.used;
-            ASSERT_LE(found, count);
         }
+    }
+
+    /// A leaf that shares a block of its node lies in it, or in the next one, whole.
+    void SharedLeaf(const WideNode& node, int k)
+    {
+        const unsigned lanes = node.blockLanes[k];
+        if (lanes == 0) return;
+        ASSERT_LE(node.first[k] / kBlockLength - node.block, 1u);
+        ASSERT_EQ(lanes, ((1u << node.count[k]) - 1u) << node.first[k] % kBlockLength);
+        ASSERT_NE(object.leafBlocks[node.first[k] / kBlockLength].kind, 0);
     }
 
     Box Node(std::uint32_t index, std::uint32_t level)
@@ -191,6 +201,7 @@ struct WideWalk {
                 continue;
             }
             Grow(whole, box);
+            SharedLeaf(node, k);
             if (node.count[k] > 0)
                 Leaf(box, node.first[k], node.count[k]);
             else
@@ -205,7 +216,7 @@ void CheckWide(const Object& object)
 {
     ASSERT_GE(object.wideNodes.size(), 1u);
     ASSERT_EQ(object.wideVisits.size(), object.wideNodes.size());
-    ASSERT_EQ(object.leafBlocks.size() * 4, object.wideRefs.size());
+    ASSERT_EQ(object.leafBlocks.size() * kBlockLength, object.wideRefs.size());
     WideWalk walk{object, {}, std::vector<int>(object.wideNodes.size()), 0};
     EXPECT_EQ(walk.Node(0, 0), object.box);
     EXPECT_EQ(walk.depth, object.wideDepth);
@@ -704,9 +715,9 @@ TEST_F(Hierarchy, MixedLeafStartsABlockAtEachKind)
     Prepare(object);
     CheckWide(object);
     ASSERT_EQ(object.wideNodes[0].count[0], 10);
-    const int used[] = {4, 1, 3, 1, 1}, kinds[] = {3, 3, 4, 4, 0};
-    ASSERT_EQ(object.leafBlocks.size(), 5u);
-    for (std::size_t b = 0; b < 5; ++b) {
+    const int used[] = {5, 4, 1}, kinds[] = {3, 4, 0};
+    ASSERT_EQ(object.leafBlocks.size(), 3u);
+    for (std::size_t b = 0; b < 3; ++b) {
         EXPECT_EQ(object.leafBlocks[b].used, used[b]);
         EXPECT_EQ(object.leafBlocks[b].kind, kinds[b]);
     }

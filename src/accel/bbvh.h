@@ -43,27 +43,34 @@ struct alignas(64) WideNode {
     WideNode() {}
 
     float         minX[8], minY[8], minZ[8], maxX[8], maxY[8], maxZ[8];
-    std::uint32_t first[8];  ///< inner lane: WideNode of the child; leaf lane: first entry in wideRefs, a multiple of 4
-    std::uint16_t count[8];  ///< 0 for an inner lane, else number of references
-    std::uint32_t reserved[4];
+    std::uint32_t first[8];       ///< inner lane: WideNode of the child; leaf lane: first entry in wideRefs
+    std::uint16_t count[8];       ///< 0 for an inner lane, else number of references
+    std::uint8_t  blockLanes[8];  ///< leaf lane that lies in one of the two shared blocks: its lanes there; else 0
+    std::uint32_t block;          ///< first of the two leaf blocks that leaves of this node share; kNone when none does
+    std::uint32_t reserved;
 };
 static_assert(sizeof(WideNode) == 256);
 
-/// Up to four triangles or three tetragons of one leaf, packed for the lane test: exactly three cache lines. Block b
-/// holds what wideRefs[4 b] to wideRefs[4 b + 3] name. A leaf is a run of blocks, each of one kind class; its `used`
-/// references add up to the lane's count, and the next block follows at b + 1.
-/// Triangles: values[axis * 4 + lane] of p0 at 0, e1 = p1 - p0 at 12, e2 = p2 - p0 at 24.
-/// Tetragons: values[(corner * 3 + axis) * 3 + lane]. Unused lanes hold zeroes. Not set when made, as WideNode.
+inline constexpr std::uint32_t kBlockLength    = 8;  ///< references of a leaf block
+inline constexpr std::uint32_t kTetragonStride = 6;  ///< tetragons that fit in a block
+
+/// Up to eight triangles or six tetragons, packed for the lane test: exactly six cache lines. Block b holds what
+/// wideRefs[8 b] to wideRefs[8 b + 7] name; the first `used` of these are references, the rest of kind None. The leaves of
+/// one node share blocks: a leaf begins at any lane, and what does not fit goes on in the next block. Each block is of one
+/// kind class.
+/// Triangles: values[axis * 8 + lane] of p0 at 0, e1 = p1 - p0 at 24, e2 = p2 - p0 at 48.
+/// Tetragons: values[(corner * 3 + axis) * 6 + lane]. Lanes that are not used hold zeroes. Not set when made, as WideNode.
 struct alignas(64) LeafBlock {
     LeafBlock() {}
 
-    float         values[36];
-    std::uint32_t index[4];  ///< primitive index of each lane, kNone when the lane is unused
-    std::uint16_t part[4];
+    float         values[72];
+    std::uint32_t index[8];   ///< primitive index of each lane, kNone when the lane is unused
+    std::uint32_t shader[8];  ///< stamped on a packed face
+    std::uint16_t part[8];
     std::uint8_t  kind;  ///< PrimitiveKind of all lanes when Triangle or Tetragon; else None: read wideRefs
-    std::uint8_t  used;  ///< lanes in use, 1 to 4
-    std::uint8_t  padding[22];
+    std::uint8_t  used;  ///< lanes in use, 1 to 8
+    std::uint8_t  padding[14];
 };
-static_assert(sizeof(LeafBlock) == 192);
+static_assert(sizeof(LeafBlock) == 384);
 
 }  // namespace hv

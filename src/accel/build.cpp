@@ -2,6 +2,7 @@
 #include "accel/hierarchy.h"
 #include "accel/large_array.h"
 #include "accel/split.h"
+#include "base/release.h"
 #include "session/console.h"
 
 #include <atomic>
@@ -241,8 +242,8 @@ void StoreReferences(const std::vector<BuildEntry>& entries, std::vector<Primiti
 void Build(Object& object)
 {
     const std::int64_t start = Milliseconds();
-    object.binaryNodes       = {};
-    object.binaryRefs        = {};
+    Release(object.binaryNodes);
+    Release(object.binaryRefs);
     Builder builder(object.binaryNodes);
     FillEntries(object, builder.entries);
     if (builder.entries.empty())

@@ -8,8 +8,7 @@ namespace hv {
 
 namespace {
 
-constexpr int           kLanes       = 8;
-constexpr std::uint32_t kBlockLength = 4;  ///< references of a packed block
+constexpr int kLanes = 8;
 
 /// Subtrees with at most this share of all references are collapsed by one thread each.
 constexpr std::uint32_t kJobsPerThread = 16;
@@ -47,7 +46,9 @@ void Clear(WideNode& node)
         node.first[k]                              = kNone;
         node.count[k]                              = 0;
     }
-    for (std::uint32_t& word : node.reserved) word = 0;
+    for (std::uint8_t& lanes : node.blockLanes) lanes = 0;
+    node.block    = kNone;
+    node.reserved = 0;
 }
 
 void StoreLane(WideNode& node, int k, const Box& box, std::uint32_t first, std::uint32_t count)
@@ -99,21 +100,42 @@ PrimitiveKind BlockKind(const PrimitiveRef& ref)
     return kind == PrimitiveKind::Triangle || kind == PrimitiveKind::Tetragon ? kind : PrimitiveKind::None;
 }
 
-/// Lays the references of one leaf out in blocks, in their order.
+std::uint32_t Capacity(PrimitiveKind kind) { return kind == PrimitiveKind::Tetragon ? kTetragonStride : kBlockLength; }
+
+/// Whether all references below a node go into blocks of kind `kind`.
+bool IsUniform(const Object& object, std::uint32_t binary, PrimitiveKind kind)
+{
+    const BinaryNode& node = object.binaryNodes[binary];
+    for (std::uint32_t i = 0; i < node.count; ++i)
+        if (BlockKind(object.binaryRefs[node.first + i]) != kind) return false;
+    return node.count > 0 || (IsUniform(object, node.first, kind) && IsUniform(object, node.first + 1, kind));
+}
+
+const PrimitiveRef& FirstRef(const Object& object, std::uint32_t binary)
+{
+    while (object.binaryNodes[binary].count == 0) binary = object.binaryNodes[binary].first;
+    return object.binaryRefs[object.binaryNodes[binary].first];
+}
+
+/// Lays the leaves of one wide node out in blocks, in their order. Leaves share a block as long as they fit in whole.
 struct LeafWriter {
     CollapsePass& pass;
+    std::uint32_t wide;
     PrimitiveKind kind  = PrimitiveKind::None;
     std::uint32_t room  = 0;  ///< references that the open block can still take
     std::uint32_t place = 0;  ///< of the next reference
 
+    void Open(PrimitiveKind opened)
+    {
+        kind  = opened;
+        room  = Capacity(opened);
+        place = pass.used.refs;
+        pass.used.refs += kBlockLength;
+    }
+
     void Add(const PrimitiveRef& ref)
     {
-        if (room == 0 || BlockKind(ref) != kind) {
-            kind  = BlockKind(ref);
-            room  = kind == PrimitiveKind::Tetragon ? kBlockLength - 1 : kBlockLength;
-            place = pass.used.refs;
-            pass.used.refs += kBlockLength;
-        }
+        if (room == 0 || BlockKind(ref) != kind) Open(BlockKind(ref));
         if (pass.stores) pass.object.wideRefs[place] = ref;
         ++place;
         --room;
@@ -126,6 +148,27 @@ struct LeafWriter {
         if (node.count > 0) return;
         AddSubtree(node.first);
         AddSubtree(node.first + 1);
+    }
+
+    /// Adds the leaf of lane k; returns its first place.
+    std::uint32_t AddLeaf(std::uint32_t binary, int k)
+    {
+        const std::uint32_t count      = pass.object.binaryNodes[binary].sum;
+        const PrimitiveKind leaf_kind  = BlockKind(FirstRef(pass.object, binary));
+        const bool          fits_block = count <= Capacity(leaf_kind) && IsUniform(pass.object, binary, leaf_kind);
+        if (room == 0 || kind != leaf_kind || (fits_block && room < count)) Open(leaf_kind);
+        const std::uint32_t first = place;
+        AddSubtree(binary);
+        if (fits_block && leaf_kind != PrimitiveKind::None && pass.stores) ShareBlock(first, count, k);
+        return first;
+    }
+
+    void ShareBlock(std::uint32_t first, std::uint32_t count, int k)
+    {
+        WideNode& node = pass.object.wideNodes[wide];
+        if (node.block == kNone) node.block = first / kBlockLength;
+        if (first / kBlockLength - node.block > 1) return;
+        node.blockLanes[k] = static_cast<std::uint8_t>(((1u << count) - 1u) << first % kBlockLength);
     }
 };
 
@@ -146,15 +189,20 @@ void CollapseToWide(CollapsePass& pass, std::uint32_t binary, std::uint32_t wide
     if (pass.stores) Clear(pass.object.wideNodes[wide]);
     std::uint32_t lanes[kLanes];
     const int     lane_count = OpenLanes(nodes, binary, lanes);
+    bool          is_flat[kLanes];
+    LeafWriter    writer{pass, wide};
     for (int k = 0; k < lane_count; ++k) {
-        const BinaryNode& node    = nodes[lanes[k]];
-        const bool        is_flat = IsFlat(node);
-        if (pass.stores)
-            StoreLane(pass.object.wideNodes[wide], k, node.box, is_flat ? pass.used.refs : pass.used.nodes,
-                      is_flat ? node.sum : 0);
-        if (is_flat)
-            LeafWriter{pass}.AddSubtree(lanes[k]);
-        else if (node.sum <= pass.job_size)
+        const BinaryNode& node = nodes[lanes[k]];
+        is_flat[k]             = IsFlat(node);
+        if (!is_flat[k]) continue;
+        const std::uint32_t first = writer.AddLeaf(lanes[k], k);
+        if (pass.stores) StoreLane(pass.object.wideNodes[wide], k, node.box, first, node.sum);
+    }
+    for (int k = 0; k < lane_count; ++k) {
+        if (is_flat[k]) continue;
+        const BinaryNode& node = nodes[lanes[k]];
+        if (pass.stores) StoreLane(pass.object.wideNodes[wide], k, node.box, pass.used.nodes, 0);
+        if (node.sum <= pass.job_size)
             PassJob(pass, lanes[k], depth + 1);
         else
             CollapseToWide(pass, lanes[k], pass.used.nodes++, depth + 1);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "base/release.h"
+
 #include <sys/mman.h>
 
 #include <cstdint>
@@ -24,7 +26,7 @@ inline void AskForLargePages(void* memory, std::size_t size)
 template <class T>
 void ReserveLarge(std::vector<T>& array, std::size_t count)
 {
-    array = {};
+    Release(array);
     array.reserve(count);
     AskForLargePages(array.data(), count * sizeof(T));
 }

@@ -14,17 +14,17 @@ namespace {
 /// all lanes, as lane 0 and all below it come before lane 1.
 using WaitingNode = std::uint64_t;
 
-/// The two primitives that a shadow ray does not see: the light that it goes to and the one that it leaves.
-struct Exempt {
-    std::uint32_t light_triangle, from_triangle, light_tetragon, from_tetragon;
-};
-
-Exempt ExemptFrom(const RayRecord& ray)
+/// Shadow rays see neither the light that they go to, which is the hit of their record, nor the primitive they leave.
+LeafRay MakeLeafRay(const RayRecord& ray)
 {
-    return {SkippedIndex(PrimitiveKind::Triangle, ray.hit_kind, ray.hit_primitive),
-            SkippedIndex(PrimitiveKind::Triangle, ray.from_kind, ray.from_primitive),
-            SkippedIndex(PrimitiveKind::Tetragon, ray.hit_kind, ray.hit_primitive),
-            SkippedIndex(PrimitiveKind::Tetragon, ray.from_kind, ray.from_primitive)};
+    const auto skipped = [&ray](PrimitiveKind kind, int n) {
+        return n == 0 ? SkippedIndex(kind, ray.hit_kind, ray.hit_primitive)
+                      : SkippedIndex(kind, ray.from_kind, ray.from_primitive);
+    };
+    return {SplatVector8(ray.origin),
+            SplatVector8(ray.direction),
+            {skipped(PrimitiveKind::Triangle, 0), skipped(PrimitiveKind::Triangle, 1)},
+            {skipped(PrimitiveKind::Tetragon, 0), skipped(PrimitiveKind::Tetragon, 1)}};
 }
 
 bool IsExempt(const RayRecord& ray, const PrimitiveRef& ref)
@@ -54,19 +54,16 @@ __attribute__((noinline)) bool AttenuateLanes(const Object& object, const LeafBl
 {
     for (; lanes != 0; lanes &= lanes - 1) {
         const auto          lane   = static_cast<unsigned>(std::countr_zero(lanes));
-        const std::uint32_t shader = StampedShader(object, block, lane);
+        const std::uint32_t shader = block.shader[lane];
         if (!IsVisible(ray, shader)) continue;
-        SurfaceHit hit{&object.parts[block.part[lane]],
-                       block.index[lane],
-                       static_cast<PrimitiveKind>(block.kind),
-                       results.denominator[lane] < 0.0f,
-                       results.c[lane],
-                       results.a[lane],
-                       results.b[lane]};
-        if (HasKind(block, PrimitiveKind::Tetragon)) {
-            hit.u = EdgeRatio(results.a[lane], results.c[lane]);
-            hit.v = EdgeRatio(results.d[lane], results.b[lane]);
-        }
+        const Vector     parameters = FaceParameters(block, results, lane);
+        const SurfaceHit hit{&object.parts[block.part[lane]],
+                             block.index[lane],
+                             static_cast<PrimitiveKind>(block.kind),
+                             results.denominator[lane] < 0.0f,
+                             parameters.x,
+                             parameters.y,
+                             parameters.z};
         if (Attenuate(ray, shader, hit)) return true;
     }
     return false;
@@ -119,87 +116,159 @@ bool OccludeByLoose(Object& object, const PrimitiveRef& ref, RayRecord& ray)
 }
 
 template <bool kLog>
-__attribute__((noinline)) bool OccludeByLooseBlock(Object& object, std::size_t block, RayRecord& ray)
+__attribute__((noinline)) bool OccludeByLooseBlock(Object& object, std::size_t block, unsigned lanes, RayRecord& ray)
 {
-    for (std::size_t n = 0; n < object.leafBlocks[block].used; ++n)
-        if (OccludeByLoose<kLog>(object, object.wideRefs[4 * block + n], ray)) return true;
+    for (; lanes != 0; lanes &= lanes - 1)
+        if (OccludeByLoose<kLog>(object, object.wideRefs[kBlockLength * block + std::countr_zero(lanes)], ray))
+            return true;
     return false;
 }
 
-/// The blocks of one leaf lane. True when the ray was stopped.
+/// Tests the leaf of one lane block by block: one that shares no block, or of kinds that are not packed. True when the
+/// ray was stopped.
 template <bool kLog>
-HV_INLINE bool OccludeByLeaf(Object& object, std::size_t block_index, std::uint32_t count, const LeafRay& leaf,
-                             const Exempt& exempt, Float4 limit, RayRecord& ray)
+__attribute__((noinline)) bool OccludeByLongLeaf(Object& object, const WideNode& node, unsigned lane,
+                                                 const LeafRay& leaf_ray, Float8 limit, RayRecord& ray)
 {
-    for (;; ++block_index) {
-        const LeafBlock& block = object.leafBlocks.data()[block_index];
-        LaneResults      results;
-        if (HasKind(block, PrimitiveKind::Triangle)) {
-            unsigned lanes = TestTriangles(block, leaf, limit, results);
-            if (lanes != 0) {
-                lanes &= UsedLanes(block) & ~EqualBits4(block.index, exempt.light_triangle) &
-                         ~EqualBits4(block.index, exempt.from_triangle);
-                if (lanes != 0 && AttenuateLanes(object, block, lanes, results, ray)) return true;
-            }
-        } else if (HasKind(block, PrimitiveKind::Tetragon)) {
-            unsigned lanes = TestTetragons(block, leaf, limit, results);
-            if (lanes != 0) {
-                lanes &= UsedLanes(block) & ~EqualBits4(block.index, exempt.light_tetragon) &
-                         ~EqualBits4(block.index, exempt.from_tetragon);
-                if (lanes != 0 && AttenuateLanes(object, block, lanes, results, ray)) return true;
-            }
-        } else if (OccludeByLooseBlock<kLog>(object, block_index, ray)) {
+    std::size_t   b     = node.first[lane] / kBlockLength;
+    unsigned      start = node.first[lane] % kBlockLength;
+    std::uint32_t left  = node.count[lane];
+    for (;; ++b) {
+        const LeafBlock& block = object.leafBlocks[b];
+        const unsigned   own   = LeafLanes(block, start, left);
+        if (!HasKind(block, PrimitiveKind::None)) {
+            LaneResults    results;
+            const unsigned passes = TestFaces(block, leaf_ray, limit, results) & own;
+            if (passes != 0 && AttenuateLanes(object, block, passes, results, ray)) return true;
+        } else if (OccludeByLooseBlock<kLog>(object, b, own, ray)) {
             return true;
         }
-        if (count <= block.used) return false;
-        count -= block.used;
+        if (left <= block.used - start) return false;
+        left -= block.used - start;
+        start = 0;
     }
 }
 
-/// The walk itself; `stack` has room for an entry a level and one more.
-template <bool kLog>
-HV_INLINE bool WalkNodes(Object& object, RayRecord& ray, WaitingNode* stack)
-{
-    const WideNode* const nodes  = object.wideNodes.data();
-    const SlabRay         slab   = MakeSlabRay(ray.origin, ray.inverse_direction);
-    const Float8          limit  = Splat8(ray.distance);
-    const Exempt          exempt = ExemptFrom(ray);
-    const LeafRay         leaf{SplatVector4(ray.origin), SplatVector4(ray.direction), kNone, kNone};
-    const Float4          leaf_limit = Splat4(ray.distance - kRayEpsilon);
-    WaitingNode*          top        = stack;
-    Float8                near;
-    std::uint32_t         node  = 0;
-    unsigned              lanes = SlabTest8(nodes[0], slab, limit, near);
+constexpr unsigned kNoLane = 8;
 
+/// Attenuates by what passed in the leaves `lanes` of a node. Returns the lane that stopped the ray, or kNoLane.
+__attribute__((noinline)) unsigned AttenuateLeaves(const Object& object, const WideNode& node, unsigned lanes,
+                                                   const LeafBlock& block, unsigned passes, const LaneResults& results,
+                                                   RayRecord& ray)
+{
+    for (; lanes != 0; lanes &= lanes - 1) {
+        const auto lane = static_cast<unsigned>(std::countr_zero(lanes));
+        if (AttenuateLanes(object, block, passes & node.blockLanes[lane], results, ray)) return lane;
+    }
+    return kNoLane;
+}
+
+/// Tests leaves that lie in the shared blocks of their node, all of a block at once.
+HV_INLINE unsigned OccludeBySharedLeaves(const Object& object, const WideNode& node, unsigned lanes,
+                                         const LeafRay& leaf_ray, Float8 limit, RayRecord& ray)
+{
+    const unsigned in_first    = EighthEqualBits8(node.first, node.block) & lanes;
+    const unsigned in_block[2] = {in_first, lanes & ~in_first};
+    for (int b = 0; b < 2; ++b) {
+        if (in_block[b] == 0) continue;
+        const LeafBlock& block = object.leafBlocks.data()[node.block + b];
+        LaneResults      results;
+        const unsigned   passes = TestFaces(block, leaf_ray, limit, results);
+        if (passes == 0) continue;
+        const unsigned lane = AttenuateLeaves(object, node, in_block[b], block, passes, results, ray);
+        if (lane != kNoLane) return lane;
+    }
+    return kNoLane;
+}
+
+/// Where an occlusion walk stands: a node and the lanes of it that are still to be visited.
+struct Standing {
+    std::uint32_t node;
+    unsigned      lanes;
+};
+
+/// Goes on until leaves come up: those of a node that share blocks, when it is entered, or one long leaf. False when
+/// nothing is left. A loop of its own, so that the ray stays in registers.
+template <bool kFinite>
+HV_INLINE bool FindLeaves(const WideNode* nodes, const SlabRay& slab, Float8 limit, bool enters,
+                          const WaitingNode* stack, WaitingNode*& top, Standing& standing, unsigned& leaves)
+{
+    std::uint32_t node  = standing.node;
+    unsigned      lanes = standing.lanes;
     while (true) {
+        if (enters) {
+            Float8 near;
+            lanes                 = SlabTest8<kFinite>(nodes[node], slab, limit, near);
+            const unsigned shared = lanes & NonZeroBits8(nodes[node].blockLanes);
+            if (shared != 0) {
+                standing = {node, lanes & ~shared};
+                leaves   = shared;
+                return true;
+            }
+        }
         if (lanes == 0) {
             if (top == stack) return false;
             --top;
             node  = static_cast<std::uint32_t>(*top >> 8);
             lanes = static_cast<unsigned>(*top & 255);
         }
-        const auto          lane  = static_cast<unsigned>(std::countr_zero(lanes));
-        const std::uint32_t first = nodes[node].first[lane], count = nodes[node].count[lane];
+        const auto lane = static_cast<unsigned>(std::countr_zero(lanes));
         lanes &= lanes - 1;
-        if (count == 0) {
-            *top = std::uint64_t{node} << 8 | lanes;
-            top += lanes != 0;
-            node  = first;
-            lanes = SlabTest8(nodes[node], slab, limit, near);
-        } else if (OccludeByLeaf<kLog>(object, first / 4, count, leaf, exempt, leaf_limit, ray)) {
-            if constexpr (kLog) std::atomic_ref(object.wideVisits[node][lane]).fetch_add(1, std::memory_order_relaxed);
+        if (nodes[node].count[lane] != 0) {
+            standing = {node, lanes};
+            leaves   = 1u << lane;
             return true;
         }
+        *top = std::uint64_t{node} << 8 | lanes;
+        top += lanes != 0;
+        node   = nodes[node].first[lane];
+        enters = true;
     }
+}
+
+/// The walk itself; `stack` has room for an entry a level and one more.
+template <bool kLog, bool kFinite>
+__attribute__((noinline)) bool WalkNodes(Object& object, RayRecord& ray, WaitingNode* stack)
+{
+    const WideNode* const nodes      = object.wideNodes.data();
+    const SlabRay         slab       = MakeSlabRay(ray.origin, ray.inverse_direction);
+    const LeafRay         leaf_ray   = MakeLeafRay(ray);
+    const Float8          box_limit  = Splat8(ray.distance);
+    const Float8          face_limit = Splat8(ray.distance - kRayEpsilon);
+    WaitingNode*          top        = stack;
+    Standing              standing{0, 0};
+    unsigned              leaves;
+
+    for (bool enters = true; FindLeaves<kFinite>(nodes, slab, box_limit, enters, stack, top, standing, leaves);
+         enters      = false) {
+        const WideNode& node = nodes[standing.node];
+        auto            lane = static_cast<unsigned>(std::countr_zero(leaves));
+        if (node.blockLanes[lane] != 0)
+            lane = OccludeBySharedLeaves(object, node, leaves, leaf_ray, face_limit, ray);
+        else if (!OccludeByLongLeaf<kLog>(object, node, lane, leaf_ray, face_limit, ray))
+            lane = kNoLane;
+        if (lane == kNoLane) continue;
+        if constexpr (kLog)
+            std::atomic_ref(object.wideVisits[standing.node][lane]).fetch_add(1, std::memory_order_relaxed);
+        return true;
+    }
+    return false;
 }
 
 constexpr std::size_t WaitingRoom(std::uint32_t depth) { return std::size_t{depth} + 2; }
 
 template <bool kLog>
+bool WalkWith(Object& object, RayRecord& ray, WaitingNode* stack)
+{
+    return IsFinite(ray.inverse_direction) ? WalkNodes<kLog, true>(object, ray, stack)
+                                           : WalkNodes<kLog, false>(object, ray, stack);
+}
+
+template <bool kLog>
 __attribute__((noinline)) bool WalkDeep(Object& object, RayRecord& ray)
 {
     std::vector<WaitingNode> stack(WaitingRoom(object.wideDepth));
-    return WalkNodes<kLog>(object, ray, stack.data());
+    return WalkWith<kLog>(object, ray, stack.data());
 }
 
 /// No normalisation on the way into instances: `distance` stays in units of the ray as it was cast.
@@ -207,9 +276,10 @@ template <bool kLog>
 bool Walk(Object& object, RayRecord& ray)
 {
     if (object.wideNodes.empty()) return false;
+    ray.inverse_direction = Reciprocal(ray.direction, -kInfinity);
     if (object.wideDepth > kUsualDepth) return WalkDeep<kLog>(object, ray);
     WaitingNode stack[WaitingRoom(kUsualDepth)];
-    return WalkNodes<kLog>(object, ray, stack);
+    return WalkWith<kLog>(object, ray, stack);
 }
 
 }  // namespace
@@ -220,7 +290,6 @@ bool TraceOcclusion(RayRecord& ray)
     ++OcclusionRayCounters[ray.thread];
     ray.throughput = kWhite;
     if (RootObject >= Objects.size() || !IsWalkable(ray.origin, ray.direction)) return false;
-    ray.inverse_direction = Reciprocal(ray.direction, -kInfinity);
     return CurrentFrame == 0 ? Walk<true>(Objects[RootObject], ray) : Walk<false>(Objects[RootObject], ray);
 }
 

@@ -8,18 +8,17 @@ namespace hv {
 
 namespace {
 
-constexpr std::size_t kBlockLength = 4;
-
 void PackTriangle(const Part& part, std::uint32_t index, int lane, LeafBlock& block)
 {
     const Triangle& triangle = part.triangles[index];
     const Vector    p0       = part.positions[triangle.i0];
     const Vector    e1 = part.positions[triangle.i1] - p0, e2 = part.positions[triangle.i2] - p0;
     for (int axis = 0; axis < 3; ++axis) {
-        block.values[axis * 4 + lane]      = p0[axis];
-        block.values[axis * 4 + lane + 12] = e1[axis];
-        block.values[axis * 4 + lane + 24] = e2[axis];
+        block.values[axis * 8 + lane]      = p0[axis];
+        block.values[axis * 8 + lane + 24] = e1[axis];
+        block.values[axis * 8 + lane + 48] = e2[axis];
     }
+    block.shader[lane] = triangle.shader;
 }
 
 void PackTetragon(const Part& part, std::uint32_t index, int lane, LeafBlock& block)
@@ -28,8 +27,9 @@ void PackTetragon(const Part& part, std::uint32_t index, int lane, LeafBlock& bl
     const std::uint32_t corners[4] = {tetragon.i0, tetragon.i1, tetragon.i2, tetragon.i3};
     for (int corner = 0; corner < 4; ++corner) {
         const Vector p = part.positions[corners[corner]];
-        for (int axis = 0; axis < 3; ++axis) block.values[(corner * 3 + axis) * 3 + lane] = p[axis];
+        for (int axis = 0; axis < 3; ++axis) block.values[(corner * 3 + axis) * 6 + lane] = p[axis];
     }
+    block.shader[lane] = tetragon.shader;
 }
 
 /// All references of a block are of one kind class, so the first tells it; those of kind None come last. Written in
@@ -40,7 +40,7 @@ void PackBlock(const Object& object, const PrimitiveRef* refs, LeafBlock& block)
     const auto kind = static_cast<PrimitiveKind>(refs[0].kind);
     if (kind == PrimitiveKind::Triangle || kind == PrimitiveKind::Tetragon)
         block.kind = static_cast<std::uint8_t>(kind);
-    for (int lane = 0; lane < 4; ++lane) {
+    for (int lane = 0; lane < static_cast<int>(kBlockLength); ++lane) {
         const PrimitiveRef& ref = refs[lane];
         block.index[lane]       = kNone;
         if (ref.kind == static_cast<std::uint16_t>(PrimitiveKind::None)) continue;

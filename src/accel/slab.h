@@ -59,6 +59,8 @@ HV_INLINE Float8 PlaneDistance(const WideNode& node, std::size_t plane, Float8 o
 
 /// Bit i: the ray enters the box of lane i at near[i], before it leaves it and before `far_limit`. Unused lanes never
 /// pass. A coordinate that gives no number (the origin on a plane that the ray runs along) does not narrow the interval.
+/// With kFinite all inverses are finite: then no coordinate gives none, and the same numbers come out one step sooner.
+template <bool kFinite>
 HV_INLINE unsigned SlabTest8(const WideNode& node, const SlabRay& ray, Float8 far_limit, Float8& near)
 {
     const Float8 near_x = PlaneDistance(node, ray.entry_x, ray.origin_x, ray.inverse_x);
@@ -68,9 +70,13 @@ HV_INLINE unsigned SlabTest8(const WideNode& node, const SlabRay& ray, Float8 fa
     const Float8 far_y  = PlaneDistance(node, ray.exit_y, ray.origin_y, ray.inverse_y);
     const Float8 far_z  = PlaneDistance(node, ray.exit_z, ray.origin_z, ray.inverse_z);
 
-    near             = Max(near_z, Max(near_y, Max(near_x, Splat8(kBoxEpsilon))));
-    const Float8 far = Min(far_z, Min(far_y, Min(far_x, far_limit)));
-    return Bits(LessEqual(near, far));
+    const Float8 epsilon = Splat8(kBoxEpsilon);
+    if constexpr (kFinite) {
+        near = Max(Max(near_x, near_y), Max(near_z, epsilon));
+        return Bits(LessEqual(near, Min(Min(far_x, far_y), Min(far_z, far_limit))));
+    }
+    near = Max(near_z, Max(near_y, Max(near_x, epsilon)));
+    return Bits(LessEqual(near, Min(far_z, Min(far_y, Min(far_x, far_limit)))));
 }
 
 /// Whether a ray can be walked at all: origin and direction are numbers and finite.

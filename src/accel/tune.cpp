@@ -13,6 +13,7 @@ struct Lane {
     std::uint32_t first;
     std::uint32_t visits;
     std::uint16_t count;
+    std::uint8_t  block_lanes;
 };
 
 using Counters = std::array<std::uint32_t, kLanes>;
@@ -22,7 +23,8 @@ Lane ReadLane(const WideNode& node, const Counters& visits, int k)
     return {{{node.minX[k], node.minY[k], node.minZ[k]}, {node.maxX[k], node.maxY[k], node.maxZ[k]}},
             node.first[k],
             visits[static_cast<std::size_t>(k)],
-            node.count[k]};
+            node.count[k],
+            node.blockLanes[k]};
 }
 
 void WriteLane(WideNode& node, Counters& visits, int k, const Lane& lane)
@@ -35,6 +37,7 @@ void WriteLane(WideNode& node, Counters& visits, int k, const Lane& lane)
     node.maxZ[k]                        = lane.box.max.z;
     node.first[k]                       = lane.first;
     node.count[k]                       = lane.count;
+    node.blockLanes[k]                  = lane.block_lanes;
     visits[static_cast<std::size_t>(k)] = lane.visits;
 }
 

@@ -1,5 +1,6 @@
 #include "accel/accel.h"
 #include "accel/hierarchy.h"
+#include "base/release.h"
 #include "session/console.h"
 
 #include <numeric>
@@ -168,7 +169,7 @@ void Update(Object& object, bool force, int frame_count)
     object.cost = TreeCost(object.binaryNodes);
     PropagateSum(object);
     MakeWideTree(object);
-    object.levelNodes = {};
+    Release(object.levelNodes);
     PackLeaves(object);
 }
 

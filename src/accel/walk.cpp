@@ -6,13 +6,17 @@ namespace hv {
 
 namespace {
 
-/// A lane that waits on the stack: the bits of its entry distance above 8 * node + lane. Distances are positive, so the
-/// order of these numbers is that of the distances; of equals the lower lane comes first.
+/// A lane that waits on the stack: the bits of its entry distance above what lies behind it. Distances are positive, so
+/// the order of these numbers is that of the distances.
 using WaitingLane = std::uint64_t;
 
-WaitingLane MakeWaiting(float distance, std::uint32_t node, unsigned lane)
+/// What lies behind a lane: a node, or with this bit set the leaf of a lane, 8 * node + lane.
+constexpr std::uint32_t kLeafBit = 1u << 31;
+
+HV_INLINE std::uint32_t TargetOf(const WideNode& node, std::uint32_t node_index, unsigned lane)
 {
-    return std::uint64_t{std::bit_cast<std::uint32_t>(distance)} << 32 | (node << 3 | lane);
+    const std::uint32_t leaf = kLeafBit | node_index << 3 | lane;
+    return node.count[lane] != 0 ? leaf : node.first[lane];
 }
 
 /// Most lanes that ever wait at once: seven at each level, and all eight of the last while they are sorted.
@@ -20,23 +24,13 @@ constexpr std::size_t WaitingRoom(std::uint32_t depth) { return 7 * (std::size_t
 
 float DistanceOf(WaitingLane waiting) { return std::bit_cast<float>(static_cast<std::uint32_t>(waiting >> 32)); }
 
-/// Where a walk stands: a node, or a leaf range when count is not 0.
-struct Place {
-    std::uint32_t first, count;
-};
-
-HV_INLINE Place PlaceOf(const WideNode* nodes, std::uint32_t node_and_lane)
-{
-    const WideNode& node = nodes[node_and_lane >> 3];
-    return {node.first[node_and_lane & 7], node.count[node_and_lane & 7]};
-}
-
-/// Sorts two so that the nearer comes first; without a branch, as the outcome cannot be foretold.
+/// Sorts two so that the nearer comes first; of equals the order stays. Spelt out in bits, as the outcome cannot be
+/// foretold and compilers make a branch of anything else.
 HV_INLINE void Order(WaitingLane& a, WaitingLane& b)
 {
-    const WaitingLane nearer = std::min(a, b), farther = std::max(a, b);
-    a = nearer;
-    b = farther;
+    const WaitingLane swapped = (a ^ b) & (WaitingLane{0} - static_cast<WaitingLane>(b >> 32 < a >> 32));
+    a ^= swapped;
+    b ^= swapped;
 }
 
 /// Sorts lanes that were pushed to [begin, end), the nearest last.
@@ -51,14 +45,15 @@ void SortNearestLast(WaitingLane* begin, WaitingLane* end)
 }
 
 /// One step down from a node: pushes the lanes that the ray enters but for the nearest, which is returned.
-HV_INLINE WaitingLane PushFarther(unsigned lanes, Float8 near, std::uint32_t node, WaitingLane*& top)
+HV_INLINE WaitingLane PushFarther(const WideNode& node, std::uint32_t node_index, unsigned lanes, Float8 near,
+                                  WaitingLane*& top)
 {
     alignas(32) float distances[8];
     Store8(distances, near);
     const auto take = [&] {
         const unsigned lane = static_cast<unsigned>(std::countr_zero(lanes));
         lanes &= lanes - 1;
-        return MakeWaiting(distances[lane], node, lane);
+        return std::uint64_t{std::bit_cast<std::uint32_t>(distances[lane])} << 32 | TargetOf(node, node_index, lane);
     };
 
     WaitingLane a = take(), b = take();
@@ -98,64 +93,93 @@ HV_INLINE WaitingLane PushFarther(unsigned lanes, Float8 near, std::uint32_t nod
 struct FaceHit {
     const LeafBlock* block       = nullptr;
     unsigned         lane        = 0;
-    std::uint32_t    shader      = 0;
-    float            denominator = 0, u = 0, v = 0, w = 0;
+    float            denominator = 0;
+    Vector           parameters;
 };
 
 /// Nearest distance so far, and the same as the limits of box and face tests.
 struct Limits {
     float  distance;
     Float8 box;
-    Float4 face;
+    Float8 face;
 
     HV_INLINE void Set(float to)
     {
         distance = to;
         box      = Splat8(to);
-        face     = Splat4(to - kRayEpsilon);
+        face     = Splat8(to - kRayEpsilon);
     }
 };
 
 /// Takes the lanes that pass in reference order, each against the limit that the one before it left.
-template <PrimitiveKind kKind>
-HV_INLINE void AcceptLanes(const Object& object, const LeafBlock& block, unsigned lanes, const LaneResults& results,
-                           std::uint8_t visibility, Limits& limits, FaceHit& hit)
+HV_INLINE void AcceptLanes(const LeafBlock& block, unsigned lanes, const LaneResults& results, std::uint8_t visibility,
+                           Limits& limits, FaceHit& hit)
 {
     for (; lanes != 0; lanes &= lanes - 1) {
         const auto lane = static_cast<unsigned>(std::countr_zero(lanes));
         if (!(results.t[lane] <= limits.distance - kRayEpsilon)) continue;
-        const std::uint32_t shader = StampedShader(object, block, lane);
-        if ((TraitsAt(shader) & visibility) == 0) continue;
+        if ((TraitsAt(block.shader[lane]) & visibility) == 0) continue;
         limits.Set(results.t[lane]);
-        hit.block       = &block;
-        hit.lane        = lane;
-        hit.shader      = shader;
-        hit.denominator = results.denominator[lane];
-        if constexpr (kKind == PrimitiveKind::Triangle) {
-            hit.u = results.c[lane];
-            hit.v = results.a[lane];
-            hit.w = results.b[lane];
-        } else {
-            hit.u = EdgeRatio(results.a[lane], results.c[lane]);
-            hit.v = EdgeRatio(results.d[lane], results.b[lane]);
-            hit.w = 0.0f;
-        }
+        hit = {&block, lane, results.denominator[lane], FaceParameters(block, results, lane)};
+    }
+}
+
+unsigned NearestOf(unsigned lanes, const float* distances)
+{
+    auto best = static_cast<unsigned>(std::countr_zero(lanes));
+    for (lanes &= lanes - 1; lanes != 0; lanes &= lanes - 1) {
+        const auto lane = static_cast<unsigned>(std::countr_zero(lanes));
+        if (distances[lane] < distances[best]) best = lane;
+    }
+    return best;
+}
+
+/// Leaves to test: lanes of a node. Several of them share the node's blocks and were entered at `distances`.
+struct Leaves {
+    const WideNode* node;
+    unsigned        lanes;
+    alignas(32) float distances[8];
+};
+
+/// Tests leaves that lie in the shared blocks of their node: all of a block at once, then leaf by leaf what passed, as if
+/// each had been visited by itself, the nearest first. That one is visited in any case; the others had to wait, and are
+/// dropped when a hit lies before them.
+HV_INLINE void TestSharedLeaves(const LeafBlock* blocks, const Leaves& leaves, const LeafRay& ray,
+                                std::uint8_t visibility, Limits& limits, FaceHit& hit)
+{
+    const WideNode& node        = *leaves.node;
+    const unsigned  in_first    = EighthEqualBits8(node.first, node.block) & leaves.lanes;
+    const unsigned  in_block[2] = {in_first, leaves.lanes & ~in_first};
+    unsigned        passes[2]   = {0, 0};
+    LaneResults     results[2];
+    for (int b = 0; b < 2; ++b)
+        if (in_block[b] != 0) passes[b] = TestFaces(blocks[node.block + b], ray, limits.face, results[b]);
+    if ((passes[0] | passes[1]) == 0) return;
+
+    unsigned lanes = leaves.lanes;
+    for (bool waited = false; lanes != 0; waited = true) {
+        const unsigned lane = NearestOf(lanes, leaves.distances);
+        if (waited && !(leaves.distances[lane] < limits.distance)) return;
+        lanes &= ~(1u << lane);
+        const int b = (in_first >> lane & 1) != 0 ? 0 : 1;
+        AcceptLanes(blocks[node.block + b], passes[b] & node.blockLanes[lane], results[b], visibility, limits, hit);
     }
 }
 
 void WriteHit(const Object& object, const FaceHit& hit, float distance, RayRecord& ray)
 {
-    ray.distance           = distance;
-    ray.hit_part           = &object.parts[hit.block->part[hit.lane]];
-    ray.hit_primitive      = hit.block->index[hit.lane];
-    ray.hit_kind           = hit.block->kind;
-    ray.hit_shader         = hit.shader < ShaderTraits.size() ? hit.shader : 0;
-    ray.hit_u              = hit.u;
-    ray.hit_v              = hit.v;
-    ray.hit_w              = hit.w;
-    ray.front_side         = hit.denominator < 0.0f;
-    ray.hit_instance_depth = ray.instance_depth;
-    ray.has_density        = object.depth == 0;
+    const std::uint32_t shader = hit.block->shader[hit.lane];
+    ray.distance               = distance;
+    ray.hit_part               = &object.parts[hit.block->part[hit.lane]];
+    ray.hit_primitive          = hit.block->index[hit.lane];
+    ray.hit_kind               = hit.block->kind;
+    ray.hit_shader             = shader < ShaderTraits.size() ? shader : 0;
+    ray.hit_u                  = hit.parameters.x;
+    ray.hit_v                  = hit.parameters.y;
+    ray.hit_w                  = hit.parameters.z;
+    ray.front_side             = hit.denominator < 0.0f;
+    ray.hit_instance_depth     = ray.instance_depth;
+    ray.has_density            = object.depth == 0;
 }
 
 template <bool kProbe>
@@ -217,83 +241,128 @@ bool TestLoose(Object& object, const PrimitiveRef& ref, RayRecord& ray)
 }
 
 template <bool kProbe>
-__attribute__((noinline)) bool TestLooseBlock(Object& object, std::size_t block, RayRecord& ray)
+__attribute__((noinline)) bool TestLooseBlock(Object& object, std::size_t block, unsigned lanes, RayRecord& ray)
 {
     bool any = false;
-    for (std::size_t n = 0; n < object.leafBlocks[block].used; ++n)
-        any |= TestLoose<kProbe>(object, object.wideRefs[4 * block + n], ray);
+    for (; lanes != 0; lanes &= lanes - 1)
+        any |= TestLoose<kProbe>(object, object.wideRefs[kBlockLength * block + std::countr_zero(lanes)], ray);
     return any;
 }
 
-/// The walk itself; `stack` has room for WaitingRoom(object.wideDepth) lanes.
-template <bool kProbe>
-HV_INLINE bool WalkNodes(Object& object, RayRecord& ray, WaitingLane* stack)
+/// Goes down from `target` and on to the lanes that wait, the nearest first, until leaves come up. False when none waits
+/// any more. A loop of its own, so that the ray stays in registers.
+template <bool kFinite>
+HV_INLINE bool FindLeaves(const WideNode* nodes, const SlabRay& slab, const Limits& limits, const WaitingLane* stack,
+                          WaitingLane*& top, std::uint32_t target, Leaves& leaves)
 {
-    const WideNode* const  nodes      = object.wideNodes.data();
-    const LeafBlock* const blocks     = object.leafBlocks.data();
-    const SlabRay          slab       = MakeSlabRay(ray.origin, ray.inverse_direction);
-    const std::uint8_t     visibility = VisibilityNeeded(ray);
-    // Meant: a probe may meet the triangle that it starts on, though not the tetragon.
-    const LeafRay leaf{SplatVector4(ray.origin), SplatVector4(ray.direction),
-                       kProbe ? kNone : SkippedIndex(PrimitiveKind::Triangle, ray.from_kind, ray.from_primitive),
-                       SkippedIndex(PrimitiveKind::Tetragon, ray.from_kind, ray.from_primitive)};
-    WaitingLane*  top = stack;
-    Limits        limits;
-    FaceHit       hit;
-    bool          any = false;
-    Place         place{0, 0};
-    limits.Set(ray.distance);
-
     while (true) {
-        if (place.count == 0) {
-            Float8         near;
-            const unsigned lanes = SlabTest8(nodes[place.first], slab, limits.box, near);
-            if (lanes != 0) {
-                const std::uint32_t node = place.first;
-                const bool          one  = (lanes & (lanes - 1)) == 0;
-                const auto          next = one ? node << 3 | static_cast<unsigned>(std::countr_zero(lanes))
-                                               : static_cast<std::uint32_t>(PushFarther(lanes, near, node, top));
-                place                    = PlaceOf(nodes, next);
-                continue;
-            }
-        } else {
-            std::size_t block_index = place.first / 4;
-            for (std::uint32_t left = place.count;; ++block_index) {
-                const LeafBlock& block = blocks[block_index];
-                LaneResults      results;
-                if (HasKind(block, PrimitiveKind::Triangle)) {
-                    unsigned lanes = TestTriangles(block, leaf, limits.face, results);
-                    if (lanes != 0) {
-                        lanes &= UsedLanes(block) & ~EqualBits4(block.index, leaf.skipped_triangle);
-                        AcceptLanes<PrimitiveKind::Triangle>(object, block, lanes, results, visibility, limits, hit);
-                    }
-                } else if (HasKind(block, PrimitiveKind::Tetragon)) {
-                    unsigned lanes = TestTetragons(block, leaf, limits.face, results);
-                    if (lanes != 0) {
-                        lanes &= UsedLanes(block) & ~EqualBits4(block.index, leaf.skipped_tetragon);
-                        AcceptLanes<PrimitiveKind::Tetragon>(object, block, lanes, results, visibility, limits, hit);
-                    }
-                } else {
-                    ray.distance = limits.distance;
-                    if (TestLooseBlock<kProbe>(object, block_index, ray)) {
-                        any       = true;
-                        hit.block = nullptr;  // what the record holds now is nearer
-                        limits.Set(ray.distance);
-                    }
-                }
-                if (left <= block.used) break;
-                left -= block.used;
+        while ((target & kLeafBit) == 0) {
+            const WideNode& node = nodes[target];
+            Float8          near;
+            const unsigned  lanes = SlabTest8<kFinite>(node, slab, limits.box, near);
+            if (lanes == 0) {
+                target = kNone;
+            } else if ((lanes & ~NonZeroBits8(node.blockLanes)) == 0) {
+                Store8(leaves.distances, near);
+                leaves.node  = &node;
+                leaves.lanes = lanes;
+                return true;
+            } else if ((lanes & (lanes - 1)) == 0) {
+                target = TargetOf(node, target, static_cast<unsigned>(std::countr_zero(lanes)));
+            } else {
+                target = static_cast<std::uint32_t>(PushFarther(node, target, lanes, near, top));
             }
         }
+        if (target != kNone) {
+            leaves.node  = &nodes[(target & ~kLeafBit) >> 3];
+            leaves.lanes = 1u << (target & 7);
+            return true;
+        }
         do {
-            if (top == stack) {
-                if (hit.block != nullptr) WriteHit(object, hit, limits.distance, ray);
-                return any || hit.block != nullptr;
-            }
+            if (top == stack) return false;
             --top;
         } while (!(DistanceOf(*top) < limits.distance));
-        place = PlaceOf(nodes, static_cast<std::uint32_t>(*top));
+        target = static_cast<std::uint32_t>(*top);
     }
+}
+
+/// Tests the leaf of one lane block by block: one that shares no block, or of kinds that are not packed.
+template <bool kProbe>
+__attribute__((noinline)) bool TestLongLeaf(Object& object, const Leaves& leaves, const LeafRay& leaf_ray,
+                                            std::uint8_t visibility, Limits& limits, FaceHit& hit, RayRecord& ray)
+{
+    const auto  lane  = static_cast<unsigned>(std::countr_zero(leaves.lanes));
+    bool        any   = false;
+    std::size_t b     = leaves.node->first[lane] / kBlockLength;
+    unsigned    start = leaves.node->first[lane] % kBlockLength;
+    for (std::uint32_t left = leaves.node->count[lane];; ++b) {
+        const LeafBlock& block = object.leafBlocks[b];
+        const unsigned   own   = LeafLanes(block, start, left);
+        if (!HasKind(block, PrimitiveKind::None)) {
+            LaneResults    results;
+            const unsigned passes = TestFaces(block, leaf_ray, limits.face, results) & own;
+            AcceptLanes(block, passes, results, visibility, limits, hit);
+        } else {
+            ray.distance = limits.distance;
+            if (TestLooseBlock<kProbe>(object, b, own, ray)) {
+                any       = true;
+                hit.block = nullptr;  // what the record holds now is nearer
+                limits.Set(ray.distance);
+            }
+        }
+        if (left <= block.used - start) return any;
+        left -= block.used - start;
+        start = 0;
+    }
+}
+
+/// The primitives that the ray does not see. Meant: a probe may meet the triangle that it starts on, though not the
+/// tetragon.
+template <bool kProbe>
+LeafRay MakeLeafRay(const RayRecord& ray)
+{
+    const std::uint32_t triangle = SkippedIndex(PrimitiveKind::Triangle, ray.from_kind, ray.from_primitive);
+    const std::uint32_t tetragon = SkippedIndex(PrimitiveKind::Tetragon, ray.from_kind, ray.from_primitive);
+    return {
+        SplatVector8(ray.origin), SplatVector8(ray.direction), {kProbe ? kNone : triangle, kNone}, {tetragon, kNone}};
+}
+
+/// The walk itself; `stack` has room for WaitingRoom(object.wideDepth) lanes.
+template <bool kProbe, bool kFinite>
+__attribute__((noinline)) bool WalkNodes(Object& object, RayRecord& ray, WaitingLane* stack)
+{
+    const WideNode* const nodes      = object.wideNodes.data();
+    const SlabRay         slab       = MakeSlabRay(ray.origin, ray.inverse_direction);
+    const LeafRay         leaf_ray   = MakeLeafRay<kProbe>(ray);
+    const std::uint8_t    visibility = VisibilityNeeded(ray);
+    WaitingLane*          top        = stack;
+    bool                  any        = false;
+    Limits                limits;
+    FaceHit               hit;
+    Leaves                leaves;
+    limits.Set(ray.distance);
+
+    std::uint32_t target = 0;
+    while (FindLeaves<kFinite>(nodes, slab, limits, stack, top, target, leaves)) {
+        target = kNone;
+        if (leaves.node->blockLanes[std::countr_zero(leaves.lanes)] != 0) {
+            TestSharedLeaves(object.leafBlocks.data(), leaves, leaf_ray, visibility, limits, hit);
+        } else {
+            Limits local = limits;  // not its address, which would keep the limits out of registers
+            any |= TestLongLeaf<kProbe>(object, leaves, leaf_ray, visibility, local, hit, ray);
+            limits.Set(local.distance);
+        }
+    }
+    if (hit.block != nullptr) WriteHit(object, hit, limits.distance, ray);
+    return any || hit.block != nullptr;
+}
+
+/// A walk with finite inverses takes the shorter box test.
+template <bool kProbe>
+bool WalkWith(Object& object, RayRecord& ray, WaitingLane* stack)
+{
+    return IsFinite(ray.inverse_direction) ? WalkNodes<kProbe, true>(object, ray, stack)
+                                           : WalkNodes<kProbe, false>(object, ray, stack);
 }
 
 /// Trees deeper than any that geometry gives without malice.
@@ -301,7 +370,7 @@ template <bool kProbe>
 __attribute__((noinline)) bool WalkDeep(Object& object, RayRecord& ray)
 {
     std::vector<WaitingLane> stack(WaitingRoom(object.wideDepth));
-    return WalkNodes<kProbe>(object, ray, stack.data());
+    return WalkWith<kProbe>(object, ray, stack.data());
 }
 
 template <bool kProbe>
@@ -311,7 +380,7 @@ bool Walk(Object& object, RayRecord& ray)
     if (object.wideNodes.empty()) return false;
     if (object.wideDepth > kUsualDepth) return WalkDeep<kProbe>(object, ray);
     WaitingLane stack[WaitingRoom(kUsualDepth)];
-    return WalkNodes<kProbe>(object, ray, stack);
+    return WalkWith<kProbe>(object, ray, stack);
 }
 
 template <bool kProbe>

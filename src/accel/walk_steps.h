@@ -47,18 +47,4 @@ inline Object* PlacedObject(const Instance& instance, const RayRecord& ray)
     return enters ? &Objects[instance.object] : nullptr;
 }
 
-/// The shader stamped on a packed face.
-HV_INLINE std::uint32_t StampedShader(const Object& object, const LeafBlock& block, unsigned lane)
-{
-    const Part&         part  = object.parts[block.part[lane]];
-    const std::uint32_t index = block.index[lane];
-    return block.kind == static_cast<std::uint8_t>(PrimitiveKind::Triangle) ? part.triangles[index].shader
-                                                                            : part.tetragons[index].shader;
-}
-
-inline bool HasKind(const LeafBlock& block, PrimitiveKind kind)
-{
-    return block.kind == static_cast<std::uint8_t>(kind);
-}
-
 }  // namespace hv

@@ -16,16 +16,18 @@ struct Float4 {
 
 inline Float8 Splat8(float x) { return {_mm256_set1_ps(x)}; }
 inline Float4 Splat4(float x) { return {_mm_set1_ps(x)}; }
-inline Float8 Load8(const float* p) { return {_mm256_load_ps(p)}; }         // p aligned to 32 bytes
-inline Float4 Load4(const float* p) { return {_mm_load_ps(p)}; }            // p aligned to 16 bytes
-inline Float4 LoadUnaligned4(const float* p) { return {_mm_loadu_ps(p)}; }  // p anywhere
-inline void   Store8(float* p, Float8 a) { _mm256_store_ps(p, a.lanes); }   // p aligned to 32 bytes
-inline void   Store4(float* p, Float4 a) { _mm_store_ps(p, a.lanes); }      // p aligned to 16 bytes
+inline Float8 Load8(const float* p) { return {_mm256_load_ps(p)}; }            // p aligned to 32 bytes
+inline Float4 Load4(const float* p) { return {_mm_load_ps(p)}; }               // p aligned to 16 bytes
+inline Float8 LoadUnaligned8(const float* p) { return {_mm256_loadu_ps(p)}; }  // p anywhere
+inline Float4 LoadUnaligned4(const float* p) { return {_mm_loadu_ps(p)}; }     // p anywhere
+inline void   Store8(float* p, Float8 a) { _mm256_store_ps(p, a.lanes); }      // p aligned to 32 bytes
+inline void   Store4(float* p, Float4 a) { _mm_store_ps(p, a.lanes); }         // p aligned to 16 bytes
 
 inline Float8 operator+(Float8 a, Float8 b) { return {_mm256_add_ps(a.lanes, b.lanes)}; }
 inline Float8 operator-(Float8 a, Float8 b) { return {_mm256_sub_ps(a.lanes, b.lanes)}; }
 inline Float8 operator*(Float8 a, Float8 b) { return {_mm256_mul_ps(a.lanes, b.lanes)}; }
 inline Float8 operator/(Float8 a, Float8 b) { return {_mm256_div_ps(a.lanes, b.lanes)}; }
+inline Float8 operator|(Float8 a, Float8 b) { return {_mm256_or_ps(a.lanes, b.lanes)}; }
 inline Float8 operator&(Float8 a, Float8 b) { return {_mm256_and_ps(a.lanes, b.lanes)}; }
 inline Float4 operator+(Float4 a, Float4 b) { return {_mm_add_ps(a.lanes, b.lanes)}; }
 inline Float4 operator-(Float4 a, Float4 b) { return {_mm_sub_ps(a.lanes, b.lanes)}; }
@@ -55,12 +57,28 @@ inline Float4 LessEqual(Float4 a, Float4 b) { return {_mm_cmp_ps(a.lanes, b.lane
 inline unsigned Bits(Float8 a) { return static_cast<unsigned>(_mm256_movemask_ps(a.lanes)); }
 inline unsigned Bits(Float4 a) { return static_cast<unsigned>(_mm_movemask_ps(a.lanes)); }
 
-/// Bit i: the i-th of four words, aligned to 16 bytes, equals `value`.
-inline unsigned EqualBits4(const std::uint32_t* p, std::uint32_t value)
+/// Bit i: the i-th of eight words, aligned to 32 bytes, equals `value`.
+inline unsigned EqualBits8(const std::uint32_t* p, std::uint32_t value)
 {
-    const __m128i words = _mm_load_si128(reinterpret_cast<const __m128i*>(p));
-    const __m128i equal = _mm_cmpeq_epi32(words, _mm_set1_epi32(static_cast<int>(value)));
-    return static_cast<unsigned>(_mm_movemask_ps(_mm_castsi128_ps(equal)));
+    const __m256i words = _mm256_load_si256(reinterpret_cast<const __m256i*>(p));
+    const __m256i equal = _mm256_cmpeq_epi32(words, _mm256_set1_epi32(static_cast<int>(value)));
+    return static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(equal)));
+}
+
+/// Bit i: an eighth of the i-th of eight words, aligned to 32 bytes, rounded down, equals `value`.
+inline unsigned EighthEqualBits8(const std::uint32_t* p, std::uint32_t value)
+{
+    const __m256i words = _mm256_load_si256(reinterpret_cast<const __m256i*>(p));
+    const __m256i equal = _mm256_cmpeq_epi32(_mm256_srli_epi32(words, 3), _mm256_set1_epi32(static_cast<int>(value)));
+    return static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(equal)));
+}
+
+/// Bit i: the i-th of eight bytes is not 0.
+inline unsigned NonZeroBits8(const std::uint8_t* p)
+{
+    const __m128i bytes = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
+    const __m128i zero  = _mm_cmpeq_epi8(bytes, _mm_setzero_si128());
+    return ~static_cast<unsigned>(_mm_movemask_epi8(zero)) & 255u;
 }
 
 /// Asks for the cache line of p.

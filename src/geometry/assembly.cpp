@@ -1,6 +1,7 @@
 #include "geometry/assembly.h"
 
 #include "accel/accel.h"
+#include "base/release.h"
 #include "output/camera.h"
 #include "session/console.h"
 #include "shading/shading.h"
@@ -31,18 +32,20 @@ void SetSceneValues()
         SceneRadius = 1e-5f;
     } else {
         SceneCenter = 0.5f * (SceneBox.min + SceneBox.max);
-        SceneRadius = 0.5f * Length(SceneBox.max - SceneBox.min);
+        SceneRadius = Length(0.5f * (SceneBox.max - SceneBox.min));
     }
 }
 
-/// A shader that replaces that of hair is a hair shader, too.
+/// A shader that replaces that of hair, at whatever depth below it, is a hair shader, too.
 void MarkHairOverrides()
 {
-    for (const Object& object : Objects) {
-        for (const Instance& instance : object.instances) {
-            if (instance.object >= Objects.size() || instance.shader >= Shaders.size()) continue;
-            for (const Part& part : Objects[instance.object].parts)
-                if (!part.cylinders.empty()) Shaders[instance.shader].is_hair = true;
+    std::vector<bool> has_hair(Objects.size(), false);
+    for (const std::uint32_t index : UpdateOrder) {
+        for (const Part& part : Objects[index].parts) has_hair[index] = has_hair[index] || !part.cylinders.empty();
+        for (const Instance& instance : Objects[index].instances) {
+            if (instance.object >= Objects.size() || !has_hair[instance.object]) continue;
+            has_hair[index] = true;
+            if (instance.shader < Shaders.size()) Shaders[instance.shader].is_hair = true;
         }
     }
 }
@@ -76,8 +79,8 @@ void PrepareObject(Object& object)
     SortWideLanes(object);
     AssignStrandUVs(object);
     if (!object.hasMotion) {
-        object.binaryNodes = {};
-        object.binaryRefs  = {};
+        Release(object.binaryNodes);
+        Release(object.binaryRefs);
     }
     BuildEmitterLists(object);
     object.isPrepared = true;
@@ -121,7 +124,7 @@ void MoveObjects()
 
 void DestroyObjects()
 {
-    Objects = {};
+    Release(Objects);
     UpdateOrder.clear();
     RootObject = 0;
     SetSceneValues();

@@ -94,7 +94,7 @@ private:
 WeldTable& TableOf(Part& part)
 {
     // Empty at first: a scene may hold thousands of small parts, each with its table until it is prepared.
-    if (!part.weldBuckets) part.weldBuckets = std::make_unique<WeldTable>(WeldTable{{}, {}});
+    if (!part.weldBuckets) part.weldBuckets = std::make_unique<WeldTable>();
     if (part.uvs.empty()) part.uvs.push_back({"uv", {}});
     return *part.weldBuckets;
 }

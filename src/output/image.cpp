@@ -1,5 +1,6 @@
 #include "output/image.h"
 
+#include "base/release.h"
 #include "session/sampling.h"
 
 #include <unistd.h>
@@ -30,12 +31,12 @@ void ReleasePixels(Image& image)
     image.packed = false;
     image.width = image.height = 0;
 
-    image.bit_pixels  = {};
-    image.pixels8     = {};
-    image.pixels16    = {};
-    image.pixels32    = {};
-    image.pixels64    = {};
-    image.pixels_rgbe = {};
+    Release(image.bit_pixels);
+    Release(image.pixels8);
+    Release(image.pixels16);
+    Release(image.pixels32);
+    Release(image.pixels64);
+    Release(image.pixels_rgbe);
 }
 
 bool IsKnownLayout(int channels, int bits)

@@ -1,6 +1,7 @@
 #include "accel/ray.h"
 #include "output/output.h"
 #include "session/console.h"
+#include "session/path_stack.h"
 #include "session/sampling.h"
 #include "session/session.h"
 #include "session/settings.h"
@@ -59,6 +60,7 @@ void RenderRegion(const Camera& camera, const Region& region, int frame, const S
     const CameraPose   pose  = InterpolatePose(camera, time);
     CurrentFrame             = frame;
     LimitSettings();  // setters may have run since preparation, and the depth bounds the recursion
+    Settings.RayDepth = std::min(Settings.RayDepth, DeepestPath());
 
 #pragma omp parallel for schedule(dynamic, 1) num_threads(TeamSize())
     for (int y = region.y0; y < region.y1; ++y) {

@@ -1,5 +1,6 @@
 #include "session/session.h"
 
+#include "base/release.h"
 #include "geometry/geometry.h"
 #include "lights/lights.h"
 #include "output/output.h"
@@ -128,13 +129,13 @@ void PrepareRenderer()
 void FinalizeCameras()
 {
     for (auto camera = Cameras.rbegin(); camera != Cameras.rend(); ++camera) WriteCameraAOVs(*camera);
-    Cameras = {};
+    Release(Cameras);
 }
 
 void FinalizeShaders()
 {
-    Shaders      = {};
-    ShaderTraits = {};
+    Release(Shaders);
+    Release(ShaderTraits);
 }
 
 void FinalizeRenderer()

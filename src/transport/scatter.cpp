@@ -18,7 +18,8 @@ struct NumberPair {
     float a, b;
 };
 
-/// The quasi-random pair of sample k, rotated by the pixel's offset.
+/// The quasi-random pair of sample k, rotated by the pixel's offset. Where a number becomes an angle its wrap is of no
+/// consequence.
 NumberPair PairOf(const RayRecord& ray, std::uint32_t dimension, std::uint32_t k)
 {
     return {Rotate(RadicalInverse(dimension, k), ray.jitter[0]),
