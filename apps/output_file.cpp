@@ -60,6 +60,8 @@ std::string CheckCreatable(const std::filesystem::path& file)
     if (!std::filesystem::is_directory(folder, error))
         return "the folder " + Quoted(folder.string()) + " does not exist";
 
+    if (existed && !std::filesystem::is_regular_file(file, error)) return Quoted(file.string()) + " is not a file";
+
     // Opened as a write would, without cutting off what is there.
     const int descriptor = open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
     if (descriptor < 0) return "cannot write " + Quoted(file.string()) + ": " + std::strerror(errno);

@@ -9,7 +9,13 @@ namespace {
 // Written by a signal handler, hence at file scope.
 volatile std::sig_atomic_t stop_requested = 0;
 
-void RequestStop(int) { stop_requested = 1; }
+// The default action is back by now: a second signal ends the program in the middle of a frame.
+void RequestStop(int)
+{
+    constexpr char kHint[]                 = "halvorne: stopping after this frame; once more stops at once\n";
+    stop_requested                         = 1;
+    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, kHint, sizeof kHint - 1);
+}
 
 }  // namespace
 

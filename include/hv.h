@@ -13,6 +13,10 @@
  *  what goes wrong prints one line on standard output and work goes on. A handle that names nothing, a null pointer or a
  *  count that does not fit is ignored; an hvAdd... function then returns -1. Lengths are metres, angles degrees, colours
  *  linear RGB. Additions to this interface live in hvx.h.
+ *
+ *  The interface is whole; some of what it stores takes effect in later releases: the preview window, images of slots, sky
+ *  and displacement, displacement itself, smoothing by angle, samples and light of the point, parallel, sky and geometry
+ *  light, photons, density cells and hair. The table in README.md tells what works.
  */
 #ifndef HV_H
 #define HV_H
@@ -195,7 +199,8 @@ HV_API void hvFinalizeGeometryLight(void); /**< the same function as hvFinalizeS
 HV_API void hvFinalizeGaffer(void);
 HV_API void hvFinalizeRenderer(void);
 
-/** Shows the converging picture in a window. Set before hvRender or hvGo. Default: false. */
+/** Asks for the converging picture in a window. Set before hvRender or hvGo. Default: false. This release has no window:
+ *  it says so once and renders without. */
 HV_API void hvSetPreviewWindow(bool on);
 
 /** Stored, read by nothing: pictures and preview are linear. Default: 2.2. */

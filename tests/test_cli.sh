@@ -31,6 +31,16 @@ expect_text stdout '^halvorne [0-9]+\.[0-9]+\.[0-9]+$' "version"
 expect_status 0 "help" "$halvorne" --help
 expect_text stdout '--region' "help"
 
+# -- Outputs that are no files: told at once, not waited for
+mkfifo pipe.hdr
+ln -s /dev/full full.hdr
+for output in pipe.hdr full.hdr; do
+    expect_status 1 "$output" timeout 20 "$halvorne" scenes/tiny -o "$output"
+    expect_text stderr 'is not a file' "$output"
+    expect_empty stdout "$output"
+done
+rm pipe.hdr full.hdr
+
 # -- Overrides
 expect_status 0 "size and frames" "$halvorne" scenes/tiny --size 5x3 --frames 7 -o small.hdr
 [ "$(grep -c '^performance' stdout)" = 7 ] || fail "not seven frames"

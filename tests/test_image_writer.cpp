@@ -315,6 +315,19 @@ TEST_F(ImageWriter, FailureIsSilentAndLeavesTheDiskAlone)
     EXPECT_EQ(observed, expected);
 }
 
+// The picture library looks at no result of its writes, so that a small picture on a full disk would pass for written.
+TEST_F(ImageWriter, FullDisksAreNoticed)
+{
+    if (!fs::exists("/dev/full")) GTEST_SKIP() << "no /dev/full on this machine";
+    Image image = Quadrants(64, 48);
+    for (const char* name : {"full.png", "full.hdr", "full.exr", "full.pfm", "full.tif", "full.jpg"}) {
+        fs::create_symlink("/dev/full", folder_ / name);
+        image.path = Path(name);
+        EXPECT_FALSE(WriteImage(image)) << name;
+        EXPECT_TRUE(fs::is_symlink(folder_ / name)) << "what was there before is not removed";
+    }
+}
+
 TEST_F(ImageWriter, PictureLibraryMayBeStartedAndStoppedInAnyOrder)
 {
     StopImageLibrary();

@@ -50,6 +50,15 @@ void MarkHairOverrides()
     }
 }
 
+/// References to primitives number the parts of an object in 16 bits.
+void TellOfTooManyParts(const Object& object)
+{
+    constexpr std::size_t kMaxParts = 65536;
+    if (object.parts.size() <= kMaxParts) return;
+    PrintError("object - " + object.name + " has more than 65536 parts, the rest is left out");
+    PrintRule();
+}
+
 /// Prepares the instances of an object, telling of those whose matrix has no inverse.
 void PrepareInstances(Object& object)
 {
@@ -72,6 +81,7 @@ void PrepareObject(Object& object)
         PreparePart(part);
         object.hasMotion = object.hasMotion || part.hasMotion;
     }
+    TellOfTooManyParts(object);
     PrepareInstances(object);
     RefreshBounds(object);
     Build(object);

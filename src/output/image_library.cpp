@@ -4,6 +4,8 @@
 
 #include <FreeImage.h>
 
+#include <cstdio>
+
 namespace hv {
 namespace {
 
@@ -23,6 +25,25 @@ auto AtLibrary(Work&& work) -> decltype(work())
         return {};
     }
 }
+
+unsigned ReadFile(void* buffer, unsigned size, unsigned count, fi_handle file)
+{
+    return static_cast<unsigned>(std::fread(buffer, size, count, static_cast<std::FILE*>(file)));
+}
+
+unsigned WriteFile(void* buffer, unsigned size, unsigned count, fi_handle file)
+{
+    return static_cast<unsigned>(std::fwrite(buffer, size, count, static_cast<std::FILE*>(file)));
+}
+
+int SeekFile(fi_handle file, long offset, int origin)
+{
+    return std::fseek(static_cast<std::FILE*>(file), offset, origin);
+}
+
+long TellFile(fi_handle file) { return std::ftell(static_cast<std::FILE*>(file)); }
+
+constexpr FreeImageIO kFileCalls{ReadFile, WriteFile, SeekFile, TellFile};
 
 }  // namespace
 
@@ -78,11 +99,20 @@ void Bitmap::SetBytes(int x, int y, const std::uint8_t rgb[3])
 
 void Bitmap::FlipVertical() { FreeImage_FlipVertical(Handle(bitmap_.get())); }
 
+// The library looks at neither the result of its writes nor that of closing a file: a full disk would pass for a picture.
+// So it writes to a stream of ours, which remembers.
 bool Bitmap::Save(int format, const std::string& path) const
 {
-    return AtLibrary([&] {
-        return FreeImage_Save(static_cast<FREE_IMAGE_FORMAT>(format), Handle(bitmap_.get()), path.c_str(), 0) != FALSE;
+    std::FILE* const file = std::fopen(path.c_str(), "w+b");
+    if (!file) return false;
+    const bool saved   = AtLibrary([&] {
+        FreeImageIO io = kFileCalls;
+        return FreeImage_SaveToHandle(static_cast<FREE_IMAGE_FORMAT>(format), Handle(bitmap_.get()), &io, file, 0) !=
+               FALSE;
     });
+    const bool written = std::ferror(file) == 0;
+    const bool closed  = std::fclose(file) == 0;
+    return saved && written && closed;
 }
 
 }  // namespace hv

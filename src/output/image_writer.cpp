@@ -143,7 +143,7 @@ Bitmap MakeByteBitmap(const Image& image)
 bool FileExists(const std::string& path)
 {
     struct stat status {};
-    return ::stat(path.c_str(), &status) == 0;
+    return ::lstat(path.c_str(), &status) == 0;
 }
 
 bool SaveByName(const Bitmap& bitmap, const std::string& path)

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "hv.h"
-#include "scene/guard.h"
+#include "session/guard.h"
 
 #include <cstdint>
 #include <string_view>

@@ -1,6 +1,6 @@
-#include "scene/guard.h"
 #include "scene/scene.h"
 #include "session/console.h"
+#include "session/guard.h"
 
 #include <algorithm>
 #include <filesystem>

@@ -2,7 +2,7 @@
 #include "hv.h"
 #include "lights/lights.h"
 #include "scene/scene.h"
-#include "session/border.h"
+#include "session/guard.h"
 #include "session/session.h"
 #include "session/stages.h"
 #include "shading/shading.h"
@@ -26,39 +26,39 @@ void RunScene(const char* folder)
 
 extern "C" {
 
-void hvStartup() { AtBorder(Startup); }
+void hvStartup() { Guarded(Startup); }
 
 void hvGo(const char* folder)
 {
-    AtBorder([&] { RunScene(folder); });
+    Guarded([&] { RunScene(folder); });
     // Also after a failure: the pictures are written as far as they came, and the next session starts clean.
-    AtBorder(FinalizeSession);
-    AtBorder(Shutdown);
+    Guarded(FinalizeSession);
+    Guarded(Shutdown);
 }
 
-void hvInitialize() { AtBorder(Initialize); }
-void hvRender() { AtBorder(Render); }
-void hvFinalize() { AtBorder(FinalizeSession); }
-void hvShutdown() { AtBorder(Shutdown); }
+void hvInitialize() { Guarded(Initialize); }
+void hvRender() { Guarded(Render); }
+void hvFinalize() { Guarded(FinalizeSession); }
+void hvShutdown() { Guarded(Shutdown); }
 
 void hvRenderPixels(int count, float* out, int frame)
 {
-    AtBorder([&] { RenderPixelsTo(count, out, frame); });
+    Guarded([&] { RenderPixelsTo(count, out, frame); });
 }
 
-void hvInitializeCameras() { AtBorder(InitializeCameras); }
-void hvInitializeShaders() { AtBorder(PrepareShaders); }
-void hvInitializeAccelerator() { AtBorder(InitializeAccelerator); }
-void hvInitializeSkyLight() { AtBorder(PrepareSkyLight); }
-void hvInitializeGaffer() { AtBorder(PrepareGaffer); }
-void hvInitializeRenderer() { AtBorder(PrepareRenderer); }
+void hvInitializeCameras() { Guarded(InitializeCameras); }
+void hvInitializeShaders() { Guarded(PrepareShaders); }
+void hvInitializeAccelerator() { Guarded(InitializeAccelerator); }
+void hvInitializeSkyLight() { Guarded(PrepareSkyLight); }
+void hvInitializeGaffer() { Guarded(PrepareGaffer); }
+void hvInitializeRenderer() { Guarded(PrepareRenderer); }
 
-void hvFinalizeCameras() { AtBorder(FinalizeCameras); }
-void hvFinalizeShaders() { AtBorder(FinalizeShaders); }
-void hvFinalizeAccelerator() { AtBorder(DestroyObjects); }
-void hvFinalizeSkyLight() { AtBorder(FinalizeSkyLight); }
-void hvFinalizeGaffer() { AtBorder(FinalizeGaffer); }
-void hvFinalizeRenderer() { AtBorder(FinalizeRenderer); }
+void hvFinalizeCameras() { Guarded(FinalizeCameras); }
+void hvFinalizeShaders() { Guarded(FinalizeShaders); }
+void hvFinalizeAccelerator() { Guarded(DestroyObjects); }
+void hvFinalizeSkyLight() { Guarded(FinalizeSkyLight); }
+void hvFinalizeGaffer() { Guarded(FinalizeGaffer); }
+void hvFinalizeRenderer() { Guarded(FinalizeRenderer); }
 
 // Meant: one function under two names. The geometry light is prepared and finalized by the whole stages only.
 HV_API void hvInitializeGeometryLight() __attribute__((alias("hvInitializeSkyLight")));

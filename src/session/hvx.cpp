@@ -3,7 +3,7 @@
 #include "base/per_thread.h"
 #include "output/output.h"
 #include "scene/scene.h"
-#include "session/border.h"
+#include "session/guard.h"
 #include "session/sampling.h"
 #include "session/session.h"
 
@@ -53,13 +53,11 @@ void hvxSetThreadCount(int count)
 
 void hvxSetReport(bool on) { SetReport(on); }
 
-void hvxPrintBanner() { AtBorder(PrintBanner); }
+void hvxPrintBanner() { Guarded(PrintBanner); }
 
 int hvxLoadScene(const char* folder)
 {
-    int count = -1;
-    AtBorder([&] { count = LoadSceneFolder(folder); });
-    return count;
+    return Guarded(-1, [&] { return LoadSceneFolder(folder); });
 }
 
 int hvxGetCameraCount() { return static_cast<int>(Cameras.size()); }
