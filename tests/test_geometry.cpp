@@ -306,6 +306,38 @@ TEST_F(Geometry, StrandsTakeTheUVOfTheFaceTheyGrowOn)
     EXPECT_EQ(uvs[4], Vector2{});
 }
 
+TEST_F(Geometry, OverridesMarkHairAtWhateverDepth)
+{
+    const std::uint32_t shiny = FindOrAddShader("shiny"), plain = FindOrAddShader("plain");
+    for (const std::uint32_t shader : {shiny, plain}) Shaders[shader].layers.resize(1);
+    const std::uint32_t hair = AddObject("hair"), face = AddObject("face"), middle = AddObject("middle");
+    const std::uint32_t root = AddObject("root");
+    Objects[hair].parts.emplace_back();
+    Objects[hair].parts[0].positions         = {{0, 0, 0}, {0, 1, 0}};
+    Objects[hair].parts[0].scalars[0].values = {0.1f, 0.1f};
+    Objects[hair].parts[0].cylinders         = {0};
+    AddSquare(face);
+    Place(middle, hair);
+    Place(root, middle).shader = shiny;
+    Place(root, face).shader   = plain;
+    Prepare();
+    EXPECT_TRUE(Shaders[shiny].is_hair);
+    EXPECT_FALSE(Shaders[plain].is_hair);
+}
+
+// The binary tree of an object that stands still is of no more use, and takes more memory than all else of it.
+TEST_F(Geometry, OnlyMovingObjectsKeepTheirBinaryTree)
+{
+    const std::uint32_t still = AddObject("still"), moving = AddObject("moving");
+    AddSquare(still);
+    Part& part = AddSquare(moving);
+    part.vectors.push_back({"motion", std::vector<Vector>(4, Vector{0, 0, 1})});
+    Prepare();
+    EXPECT_EQ(Objects[still].binaryNodes.capacity(), 0u);
+    EXPECT_EQ(Objects[still].binaryRefs.capacity(), 0u);
+    EXPECT_FALSE(Objects[moving].binaryNodes.empty());
+}
+
 TEST_F(Geometry, EmittersAreListedBySideWithTheirAreas)
 {
     const std::uint32_t lamp = FindOrAddShader("lamp");

@@ -98,14 +98,14 @@ std::string ShaderFile(const ObjOutline& outline)
     return text;
 }
 
-/// A square grid under the model. Of many cells, because a ray that leaves cell k passes through square k of the model.
+/// A square grid under the model, large enough to look like a horizon. Of many cells, because a ray that leaves cell k passes through square k of the model.
 std::string GroundFile(const ObjOutline& outline, bool z_up)
 {
-    constexpr int     kCells = 32;
+    constexpr int     kCells = 64;
     const std::size_t across = 0, along = z_up ? 1 : 2, up = z_up ? 2 : 1;
     double            extent = 0.0;
     for (std::size_t axis = 0; axis < 3; ++axis) extent = std::max(extent, outline.high[axis] - outline.low[axis]);
-    const double step = (extent > 0.0 ? extent : 1.0) * 24.0 / kCells;
+    const double step = (extent > 0.0 ? extent : 1.0) * 160.0 / kCells;
 
     std::ostringstream text = NumberStream();
     for (int row = 0; row <= kCells; ++row) {
