@@ -98,7 +98,8 @@ std::string ShaderFile(const ObjOutline& outline)
     return text;
 }
 
-/// A square grid under the model, large enough to look like a horizon. Of many cells, because a ray that leaves cell k passes through square k of the model.
+/// A square grid under the model, large enough to look like a horizon. Of many cells, because a ray that leaves cell k
+/// passes through square k of the model.
 std::string GroundFile(const ObjOutline& outline, bool z_up)
 {
     constexpr int     kCells = 64;
