@@ -9,7 +9,7 @@ mv "$scratch/first" "$scratch/tree" || fail "nothing was installed"
 prefix=$scratch/tree
 libdir=$(dirname "$(find "$prefix" -name 'libhv.so' | head -n 1)")
 
-expect_status 0 "find_package: configure" cmake -S "$host" -B "$scratch/cmake" -DCMAKE_PREFIX_PATH="$prefix" \
+expect_status 0 "find_package: configure" cmake -G Ninja -S "$host" -B "$scratch/cmake" -DCMAKE_PREFIX_PATH="$prefix" \
     -DCMAKE_C_COMPILER="$cc" -DCMAKE_C_FLAGS="$flags"
 expect_status 0 "find_package: build" cmake --build "$scratch/cmake"
 expect_status 0 "find_package: run" "$scratch/cmake/host"

@@ -1,5 +1,6 @@
 #include "accel/accel.h"
 #include "accel/hierarchy.h"
+#include "geometry/corners.h"
 
 #include <limits>
 
@@ -27,24 +28,11 @@ Box Thickened(const Box& box, float radius)
     return {box.min - margin, box.max + margin};
 }
 
-float VertexRadius(const Part& part, std::uint32_t vertex)
-{
-    if (part.scalars.empty() || vertex >= part.scalars[0].values.size()) return 0.0f;
-    return part.scalars[0].values[vertex];
-}
-
-Vector VertexTangent(const Part& part, std::uint32_t vertex)
-{
-    if (vertex >= part.tangents.size()) return {};
-    const PackedDirection packed = part.tangents[vertex];
-    return Normalized({static_cast<float>(packed.x), static_cast<float>(packed.y), static_cast<float>(packed.z)});
-}
-
 Box ParticleBounds(const Part& part, std::uint32_t vertex)
 {
     Box box;
     if (!GrowFinite(box, part, vertex)) return {};
-    return Thickened(box, VertexRadius(part, vertex));
+    return Thickened(box, RadiusAt(part, vertex));
 }
 
 /// Box of the cubic Hermite curve between two vertices of a strand, at the ends of its sub-segments. Thickened by the
@@ -55,14 +43,14 @@ Box CylinderBounds(const Part& part, std::uint32_t vertex)
     if (vertex >= part.positions.size() || !GrowFinite(ends, part, vertex) || !GrowFinite(ends, part, vertex + 1))
         return {};
     const Vector p0 = part.positions[vertex], p1 = part.positions[vertex + 1];
-    const Vector t0 = VertexTangent(part, vertex), t1 = VertexTangent(part, vertex + 1);
+    const Vector t0 = TangentAt(part, vertex), t1 = TangentAt(part, vertex + 1);
     Box          box;
     for (int k = 0; k <= kCurvePieces; ++k) {
         const float s = static_cast<float>(k) / kCurvePieces;
         const float h = (2.0f * s - 3.0f) * s * s, h10 = s * (1.0f - s) * (1.0f - s), h11 = s * s * (s - 1.0f);
         Grow(box, p0 + h * (p0 - p1) + h10 * t0 + h11 * t1);
     }
-    return Thickened(box, VertexRadius(part, vertex));
+    return Thickened(box, RadiusAt(part, vertex));
 }
 
 Box TriangleBounds(const Part& part, const Triangle& triangle)

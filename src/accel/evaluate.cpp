@@ -1,6 +1,7 @@
 #include "accel/evaluate.h"
 
 #include "accel/accel.h"
+#include "geometry/corners.h"
 #include "session/sampling.h"
 #include "shading/shading.h"
 
@@ -15,34 +16,7 @@ Vector FallbackTangent(Vector normal) { return Cross(PerpendicularTo(normal), no
 
 namespace {
 
-/// The vertices of a hit primitive and their weights at the hit; these add up to 1.
-struct Corners {
-    int           count;
-    std::uint32_t vertex[4];
-    float         weight[4];
-};
-
-Corners CornersOf(const SurfaceHit& hit)
-{
-    const Part& part = *hit.part;
-    const float u = hit.u, v = hit.v;
-    switch (hit.kind) {
-    case PrimitiveKind::Particle:
-        return {1, {part.particles[hit.index]}, {1.0f}};
-    case PrimitiveKind::Cylinder: {
-        const std::uint32_t first = part.cylinders[hit.index];
-        return {2, {first, first + 1}, {1.0f - hit.w, hit.w}};
-    }
-    case PrimitiveKind::Triangle: {
-        const Triangle& face = part.triangles[hit.index];
-        return {3, {face.i0, face.i1, face.i2}, {u, v, hit.w}};
-    }
-    default: {
-        const Tetragon& face = part.tetragons[hit.index];
-        return {4, {face.i0, face.i1, face.i2, face.i3}, {(1 - u) * (1 - v), (1 - u) * v, u * v, u * (1 - v)}};
-    }
-    }
-}
+Corners CornersOf(const SurfaceHit& hit) { return CornersOf(*hit.part, hit.kind, hit.index, {hit.u, hit.v, hit.w}); }
 
 /// Arrays may be shorter than the positions: whether all corners have a value.
 template <class T>

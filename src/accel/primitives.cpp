@@ -181,11 +181,6 @@ struct Strand {
     float  radius0, radius1;
 };
 
-Vector TangentAt(const Part& part, std::uint32_t vertex)
-{
-    return vertex < part.tangents.size() ? UnpackDirection(part.tangents[vertex]) : Vector{};
-}
-
 Strand StrandAt(const Part& part, std::uint32_t vertex)
 {
     return {part.positions[vertex],      part.positions[vertex + 1], TangentAt(part, vertex),

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "accel/ray.h"
-#include "geometry/object.h"
+#include "geometry/corners.h"
 #include "shading/shader.h"
 
 /// The four primitive tests on indexed arrays, one primitive at a time, in the space of the Object that holds it. They
@@ -28,13 +28,6 @@ inline std::uint8_t VisibilityNeeded(const RayRecord& ray)
 inline bool IsVisible(const RayRecord& ray, std::uint32_t shader)
 {
     return (TraitsAt(shader) & VisibilityNeeded(ray)) != 0;
-}
-
-/// Radius of a particle or strand at a vertex, 0 when the part has none.
-inline float RadiusAt(const Part& part, std::uint32_t vertex)
-{
-    const std::vector<float>& radii = part.scalars[0].values;
-    return vertex < radii.size() ? radii[vertex] : 0.0f;
 }
 
 struct TriangleHit {

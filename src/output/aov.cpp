@@ -1,5 +1,5 @@
 #include "accel/ray.h"
-#include "geometry/object.h"
+#include "geometry/corners.h"
 #include "output/output.h"
 #include "session/console.h"
 #include "session/settings.h"
@@ -10,44 +10,6 @@
 
 namespace hv {
 namespace {
-
-/// The vertices of a hit with their weights, which add up to 1.
-struct HitCorners {
-    int           count = 0;
-    std::uint32_t vertex[4];
-    float         weight[4];
-};
-
-HitCorners CornersOfHit(const RayRecord& ray)
-{
-    const Part&         part  = *ray.hit_part;
-    const std::uint32_t index = ray.hit_primitive;
-    const float         u = ray.hit_u, v = ray.hit_v, w = ray.hit_w;
-    switch (static_cast<PrimitiveKind>(ray.hit_kind)) {
-    case PrimitiveKind::Particle:
-        if (index < part.particles.size()) return {1, {part.particles[index]}, {1.0f}};
-        break;
-    case PrimitiveKind::Cylinder:
-        if (index < part.cylinders.size())
-            return {2, {part.cylinders[index], part.cylinders[index] + 1}, {1.0f - w, w}};
-        break;
-    case PrimitiveKind::Triangle:
-        if (index < part.triangles.size()) {
-            const Triangle& t = part.triangles[index];
-            return {3, {t.i0, t.i1, t.i2}, {u, v, w}};
-        }
-        break;
-    case PrimitiveKind::Tetragon:
-        if (index < part.tetragons.size()) {
-            const Tetragon& t = part.tetragons[index];
-            return {4, {t.i0, t.i1, t.i2, t.i3}, {(1.0f - u) * (1.0f - v), (1.0f - u) * v, u * v, u * (1.0f - v)}};
-        }
-        break;
-    default:
-        break;
-    }
-    return {};
-}
 
 Color AsColor(float value) { return {value, value, value}; }
 Color AsColor(Vector2 value) { return {value.u, value.v, 0.0f}; }
@@ -65,7 +27,8 @@ Color UserDataAt(const RayRecord& ray, const std::string& name)
 {
     Color sum = kBlack;
     if (!ray.hit_part) return sum;
-    const HitCorners corners = CornersOfHit(ray);
+    const Corners corners = CornersOf(*ray.hit_part, static_cast<PrimitiveKind>(ray.hit_kind), ray.hit_primitive,
+                                      {ray.hit_u, ray.hit_v, ray.hit_w});
     for (int i = 0; i < corners.count; ++i) {
         Color value = kBlack;
         LookUp(ray.hit_part->scalars, name, corners.vertex[i], value);

@@ -1,0 +1,46 @@
+#pragma once
+
+#include "geometry/object.h"
+
+namespace hv {
+
+/// The vertices of a hit primitive and their weights at the hit; these add up to 1.
+struct Corners {
+    int           count = 0;
+    std::uint32_t vertex[4];
+    float         weight[4];
+};
+
+/// `hit`: the parameters by kind, as RayRecord holds them in hit_u, hit_v, hit_w. A primitive that does not exist has no
+/// corners.
+inline Corners CornersOf(const Part& part, PrimitiveKind kind, std::uint32_t index, Vector hit)
+{
+    const float u = hit.x, v = hit.y, w = hit.z;
+    if (kind == PrimitiveKind::Particle && index < part.particles.size()) return {1, {part.particles[index]}, {1.0f}};
+    if (kind == PrimitiveKind::Cylinder && index < part.cylinders.size())
+        return {2, {part.cylinders[index], part.cylinders[index] + 1}, {1.0f - w, w}};
+    if (kind == PrimitiveKind::Triangle && index < part.triangles.size()) {
+        const Triangle& face = part.triangles[index];
+        return {3, {face.i0, face.i1, face.i2}, {u, v, w}};
+    }
+    if (kind == PrimitiveKind::Tetragon && index < part.tetragons.size()) {
+        const Tetragon& face = part.tetragons[index];
+        return {4, {face.i0, face.i1, face.i2, face.i3}, {(1 - u) * (1 - v), (1 - u) * v, u * v, u * (1 - v)}};
+    }
+    return {};
+}
+
+/// Radius of a particle or strand at a vertex, 0 when the part has none.
+inline float RadiusAt(const Part& part, std::uint32_t vertex)
+{
+    if (part.scalars.empty() || vertex >= part.scalars[0].values.size()) return 0.0f;
+    return part.scalars[0].values[vertex];
+}
+
+/// Tangent of a strand at a vertex: unit length, or zero when the part has none.
+inline Vector TangentAt(const Part& part, std::uint32_t vertex)
+{
+    return vertex < part.tangents.size() ? UnpackDirection(part.tangents[vertex]) : Vector{};
+}
+
+}  // namespace hv
