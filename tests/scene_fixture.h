@@ -57,9 +57,9 @@ public:
     /// A shader of one layer, of which one slot is set.
     int AddShader(Element element, Color color, Material material = Material::Conductor, float ior = 1.0f)
     {
-        const int shader = hvAddShader();
-        hvSetShaderName(shader,
-                        std::to_string(shader).c_str());  // faces of an unnamed one fall to the part's last shader
+        const int  shader = hvAddShader();
+        const auto name   = std::to_string(shader);  // faces of an unnamed one fall to the part's last shader
+        hvSetShaderName(shader, name.c_str());
         hvAddSurfaceShader(shader);
         hvSetSurfaceMaterial(shader, 0, material);
         SetSlot(shader, element, color);

