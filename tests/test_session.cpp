@@ -108,6 +108,37 @@ TEST_F(Session, RenderReportsEveryFrameAndItsEnd)
     EXPECT_EQ(ReportOf(RenderFrame), "") << "a frame after the last one does nothing";
 }
 
+// The two lines of statistics say the same as the picture on disk.
+TEST_F(Session, StatisticsDescribeTheWrittenPicture)
+{
+    TestScene scene(3, 8, 8);
+    FillRoom(scene);
+    hvSetCameraAOVName(0, 0, Path("picture.pfm").c_str());
+    hvInitialize();
+    const std::string report = ReportOf(hvRender);
+
+    std::ifstream file(Path("picture.pfm"), std::ios::binary);
+    std::string   line;
+    for (int i = 0; i < 3; ++i) std::getline(file, line);
+    std::vector<float> pixels(8 * 8 * 3);
+    file.read(reinterpret_cast<char*>(pixels.data()), static_cast<std::streamsize>(pixels.size() * sizeof(float)));
+    ASSERT_TRUE(file.good());
+    double mean[3] = {}, square = 0;
+    for (std::size_t i = 0; i < pixels.size(); i += 3) {
+        for (std::size_t c = 0; c < 3; ++c) mean[c] += pixels[i + c] / 64.0;
+        square += std::pow(std::max({pixels[i], pixels[i + 1], pixels[i + 2]}), 2.0) / 64.0;
+    }
+    std::istringstream means(report.substr(report.find("picture.pfm") + 11));
+    std::istringstream variances(report.substr(report.find("picture.pfm", report.find("variance")) + 11));
+    for (const double expected : mean) {
+        double printed_mean = 0, printed_variance = 0;
+        means >> printed_mean;
+        variances >> printed_variance;
+        EXPECT_NEAR(printed_mean, expected, 1e-4);
+        EXPECT_NEAR(printed_variance, square - expected * expected, 1e-3);
+    }
+}
+
 TEST_F(Session, GoBeginsWithItsBannerAndSurvivesAMissingFolder)
 {
     for (int run = 0; run < 2; ++run) {
