@@ -51,19 +51,20 @@ struct alignas(64) WideNode {
 };
 static_assert(sizeof(WideNode) == 256);
 
-inline constexpr std::uint32_t kBlockLength    = 8;  ///< references of a leaf block
-inline constexpr std::uint32_t kTetragonStride = 6;  ///< tetragons that fit in a block
+inline constexpr std::uint32_t kBlockLength = 8;  ///< references of a leaf block
 
-/// Up to eight triangles or six tetragons, packed for the lane test: exactly six cache lines. Block b holds what
+/// Up to eight triangles or tetragons, packed for the lane test: exactly eight cache lines. Block b holds what
 /// wideRefs[8 b] to wideRefs[8 b + 7] name; the first `used` of these are references, the rest of kind None. The leaves of
 /// one node share blocks: a leaf begins at any lane, and what does not fit goes on in the next block. Each block is of one
 /// kind class.
-/// Triangles: values[axis * 8 + lane] of p0 at 0, e1 = p1 - p0 at 24, e2 = p2 - p0 at 48.
-/// Tetragons: values[(corner * 3 + axis) * 6 + lane]. Lanes that are not used hold zeroes. Not set when made, as WideNode.
+/// values[24 n + 8 axis + lane] is a coordinate of vector n of a lane: of triangles p0, the normal n = e1 x e2, e2 x n and
+/// n x e1, with e1 = p1 - p0 and e2 = p2 - p0; of tetragons the corners. Lanes that are not used hold zeroes. Not set when
+/// made, as WideNode.
 struct alignas(64) LeafBlock {
     LeafBlock() {}
 
-    float         values[72];
+    float         values[96];
+    float         square[8];  ///< n . n of triangles
     std::uint32_t index[8];   ///< primitive index of each lane, kNone when the lane is unused
     std::uint32_t shader[8];  ///< stamped on a packed face
     std::uint16_t part[8];
@@ -71,6 +72,6 @@ struct alignas(64) LeafBlock {
     std::uint8_t  used;  ///< lanes in use, 1 to 8
     std::uint8_t  padding[14];
 };
-static_assert(sizeof(LeafBlock) == 384);
+static_assert(sizeof(LeafBlock) == 512);
 
 }  // namespace hv

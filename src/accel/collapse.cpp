@@ -100,8 +100,6 @@ PrimitiveKind BlockKind(const PrimitiveRef& ref)
     return kind == PrimitiveKind::Triangle || kind == PrimitiveKind::Tetragon ? kind : PrimitiveKind::None;
 }
 
-std::uint32_t Capacity(PrimitiveKind kind) { return kind == PrimitiveKind::Tetragon ? kTetragonStride : kBlockLength; }
-
 /// Whether all references below a node go into blocks of kind `kind`.
 bool IsUniform(const Object& object, std::uint32_t binary, PrimitiveKind kind)
 {
@@ -128,7 +126,7 @@ struct LeafWriter {
     void Open(PrimitiveKind opened)
     {
         kind  = opened;
-        room  = Capacity(opened);
+        room  = kBlockLength;
         place = pass.used.refs;
         pass.used.refs += kBlockLength;
     }
@@ -155,7 +153,7 @@ struct LeafWriter {
     {
         const std::uint32_t count      = pass.object.binaryNodes[binary].sum;
         const PrimitiveKind leaf_kind  = BlockKind(FirstRef(pass.object, binary));
-        const bool          fits_block = count <= Capacity(leaf_kind) && IsUniform(pass.object, binary, leaf_kind);
+        const bool          fits_block = count <= kBlockLength && IsUniform(pass.object, binary, leaf_kind);
         if (room == 0 || kind != leaf_kind || (fits_block && room < count)) Open(leaf_kind);
         const std::uint32_t first = place;
         AddSubtree(binary);

@@ -28,29 +28,26 @@ HV_INLINE std::uint32_t SkippedIndex(PrimitiveKind kind, std::uint8_t from_kind,
 
 HV_INLINE Vector8 SplatVector8(Vector v) { return {Splat8(v.x), Splat8(v.y), Splat8(v.z)}; }
 
-HV_INLINE Vector8 LoadVector8(const float* p) { return {Load8(p), Load8(p + 8), Load8(p + 16)}; }
-
-/// Three lanes and one harmless value of what follows.
-HV_INLINE Vector8 LoadVector6(const float* p)
+/// Vector n of all lanes of a block.
+HV_INLINE Vector8 PackedVector(const LeafBlock& block, int n)
 {
-    return {LoadUnaligned8(p), LoadUnaligned8(p + 6), LoadUnaligned8(p + 12)};
+    const float* p = block.values + 24 * n;
+    return {Load8(p), Load8(p + 8), Load8(p + 16)};
 }
 
 /// Bit i: lane i is hit no farther than `limit` = distance - 1e-6. Unused lanes hold zeroes, which never pass.
 HV_INLINE unsigned TestTriangles(const LeafBlock& block, const LeafRay& ray, Float8 limit, LaneResults& results)
 {
-    const Vector8 e1          = LoadVector8(block.values + 24);
-    const Vector8 e2          = LoadVector8(block.values + 48);
-    const Vector8 n           = Cross(e1, e2);
-    const Vector8 w           = LoadVector8(block.values) - ray.origin;
+    const Vector8 n           = PackedVector(block, 1);
+    const Vector8 w           = PackedVector(block, 0) - ray.origin;
     const Float8  denominator = Dot(n, ray.direction);
     const Float8  t           = Dot(n, w) / denominator;
     const Float8  in_range    = LessEqual(Splat8(kRayEpsilon), t) & LessEqual(t, limit);
     if (Bits(in_range) == 0) return 0;
 
-    const Vector8 q  = (t * ray.direction - w) / Dot(n, n);
-    const Float8  b1 = Dot(q, Cross(e2, n));
-    const Float8  b2 = Dot(q, Cross(n, e1));
+    const Vector8 q  = (t * ray.direction - w) / Load8(block.square);
+    const Float8  b1 = Dot(q, PackedVector(block, 2));
+    const Float8  b2 = Dot(q, PackedVector(block, 3));
     const Float8  b0 = Splat8(1.0f) - b1 - b2;
     // b0 last: it is no number whenever b1 or b2 is none, and then the minimum is none.
     const Float8   smallest = Min(Min(b1, b2), b0);
@@ -67,14 +64,14 @@ HV_INLINE unsigned TestTriangles(const LeafBlock& block, const LeafRay& ray, Flo
 
 HV_INLINE unsigned TestTetragons(const LeafBlock& block, const LeafRay& ray, Float8 limit, LaneResults& results)
 {
-    const Vector8 p0 = LoadVector6(block.values), p1 = LoadVector6(block.values + 18);
-    const Vector8 p2 = LoadVector6(block.values + 36), p3 = LoadVector6(block.values + 54);
+    const Vector8 p0 = PackedVector(block, 0), p1 = PackedVector(block, 1);
+    const Vector8 p2 = PackedVector(block, 2), p3 = PackedVector(block, 3);
     const Vector8 n           = Cross(p2 - p0, p3 - p1);
     const Vector8 a           = p0 - ray.origin;
     const Float8  denominator = Dot(n, ray.direction);
     const Float8  t           = Dot(n, a) / denominator;
     const Float8  in_range    = LessEqual(Splat8(kRayEpsilon), t) & LessEqual(t, limit);
-    if ((Bits(in_range) & 63u) == 0) return 0;
+    if (Bits(in_range) == 0) return 0;
 
     const Vector8 b = p1 - ray.origin, c = p2 - ray.origin, d = p3 - ray.origin;
     const Float8  e0   = Dot(ray.direction, Cross(a, b));
@@ -86,7 +83,7 @@ HV_INLINE unsigned TestTetragons(const LeafBlock& block, const LeafRay& ray, Flo
         Less(zero, denominator) & LessEqual(zero, e0) & LessEqual(zero, e1) & LessEqual(zero, e2) & LessEqual(zero, e3);
     const Float8 front =
         Less(denominator, zero) & LessEqual(e0, zero) & LessEqual(e1, zero) & LessEqual(e2, zero) & LessEqual(e3, zero);
-    const unsigned lanes = Bits(in_range & (back | front)) & 63u;
+    const unsigned lanes = Bits(in_range & (back | front));
     if (lanes == 0) return 0;
 
     Store8(results.t, t);

@@ -8,16 +8,23 @@ namespace hv {
 
 namespace {
 
+void PackVector(Vector v, int n, int lane, LeafBlock& block)
+{
+    for (int axis = 0; axis < 3; ++axis) block.values[24 * n + 8 * axis + lane] = v[axis];
+}
+
+/// All of the triangle test that does not depend on the ray, in its operation order.
 void PackTriangle(const Part& part, std::uint32_t index, int lane, LeafBlock& block)
 {
     const Triangle& triangle = part.triangles[index];
     const Vector    p0       = part.positions[triangle.i0];
     const Vector    e1 = part.positions[triangle.i1] - p0, e2 = part.positions[triangle.i2] - p0;
-    for (int axis = 0; axis < 3; ++axis) {
-        block.values[axis * 8 + lane]      = p0[axis];
-        block.values[axis * 8 + lane + 24] = e1[axis];
-        block.values[axis * 8 + lane + 48] = e2[axis];
-    }
+    const Vector    n = Cross(e1, e2);
+    PackVector(p0, 0, lane, block);
+    PackVector(n, 1, lane, block);
+    PackVector(Cross(e2, n), 2, lane, block);
+    PackVector(Cross(n, e1), 3, lane, block);
+    block.square[lane] = Dot(n, n);
     block.shader[lane] = triangle.shader;
 }
 
@@ -25,10 +32,7 @@ void PackTetragon(const Part& part, std::uint32_t index, int lane, LeafBlock& bl
 {
     const Tetragon&     tetragon   = part.tetragons[index];
     const std::uint32_t corners[4] = {tetragon.i0, tetragon.i1, tetragon.i2, tetragon.i3};
-    for (int corner = 0; corner < 4; ++corner) {
-        const Vector p = part.positions[corners[corner]];
-        for (int axis = 0; axis < 3; ++axis) block.values[(corner * 3 + axis) * 6 + lane] = p[axis];
-    }
+    for (int corner = 0; corner < 4; ++corner) PackVector(part.positions[corners[corner]], corner, lane, block);
     block.shader[lane] = tetragon.shader;
 }
 

@@ -16,12 +16,11 @@ struct Float4 {
 
 inline Float8 Splat8(float x) { return {_mm256_set1_ps(x)}; }
 inline Float4 Splat4(float x) { return {_mm_set1_ps(x)}; }
-inline Float8 Load8(const float* p) { return {_mm256_load_ps(p)}; }            // p aligned to 32 bytes
-inline Float4 Load4(const float* p) { return {_mm_load_ps(p)}; }               // p aligned to 16 bytes
-inline Float8 LoadUnaligned8(const float* p) { return {_mm256_loadu_ps(p)}; }  // p anywhere
-inline Float4 LoadUnaligned4(const float* p) { return {_mm_loadu_ps(p)}; }     // p anywhere
-inline void   Store8(float* p, Float8 a) { _mm256_store_ps(p, a.lanes); }      // p aligned to 32 bytes
-inline void   Store4(float* p, Float4 a) { _mm_store_ps(p, a.lanes); }         // p aligned to 16 bytes
+inline Float8 Load8(const float* p) { return {_mm256_load_ps(p)}; }         // p aligned to 32 bytes
+inline Float4 Load4(const float* p) { return {_mm_load_ps(p)}; }            // p aligned to 16 bytes
+inline Float4 LoadUnaligned4(const float* p) { return {_mm_loadu_ps(p)}; }  // p anywhere
+inline void   Store8(float* p, Float8 a) { _mm256_store_ps(p, a.lanes); }   // p aligned to 32 bytes
+inline void   Store4(float* p, Float4 a) { _mm_store_ps(p, a.lanes); }      // p aligned to 16 bytes
 
 inline Float8 operator+(Float8 a, Float8 b) { return {_mm256_add_ps(a.lanes, b.lanes)}; }
 inline Float8 operator-(Float8 a, Float8 b) { return {_mm256_sub_ps(a.lanes, b.lanes)}; }
