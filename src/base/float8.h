@@ -16,11 +16,10 @@ struct Float4 {
 
 inline Float8 Splat8(float x) { return {_mm256_set1_ps(x)}; }
 inline Float4 Splat4(float x) { return {_mm_set1_ps(x)}; }
-inline Float8 Load8(const float* p) { return {_mm256_load_ps(p)}; }         // p aligned to 32 bytes
-inline Float4 Load4(const float* p) { return {_mm_load_ps(p)}; }            // p aligned to 16 bytes
-inline Float4 LoadUnaligned4(const float* p) { return {_mm_loadu_ps(p)}; }  // p anywhere
-inline void   Store8(float* p, Float8 a) { _mm256_store_ps(p, a.lanes); }   // p aligned to 32 bytes
-inline void   Store4(float* p, Float4 a) { _mm_store_ps(p, a.lanes); }      // p aligned to 16 bytes
+inline Float8 Load8(const float* p) { return {_mm256_load_ps(p)}; }        // p aligned to 32 bytes
+inline Float4 Load4(const float* p) { return {_mm_load_ps(p)}; }           // p aligned to 16 bytes
+inline void   Store8(float* p, Float8 a) { _mm256_store_ps(p, a.lanes); }  // p aligned to 32 bytes
+inline void   Store4(float* p, Float4 a) { _mm_store_ps(p, a.lanes); }     // p aligned to 16 bytes
 
 inline Float8 operator+(Float8 a, Float8 b) { return {_mm256_add_ps(a.lanes, b.lanes)}; }
 inline Float8 operator-(Float8 a, Float8 b) { return {_mm256_sub_ps(a.lanes, b.lanes)}; }
@@ -33,7 +32,6 @@ inline Float4 operator-(Float4 a, Float4 b) { return {_mm_sub_ps(a.lanes, b.lane
 inline Float4 operator*(Float4 a, Float4 b) { return {_mm_mul_ps(a.lanes, b.lanes)}; }
 inline Float4 operator/(Float4 a, Float4 b) { return {_mm_div_ps(a.lanes, b.lanes)}; }
 inline Float4 operator&(Float4 a, Float4 b) { return {_mm_and_ps(a.lanes, b.lanes)}; }
-inline Float4 operator|(Float4 a, Float4 b) { return {_mm_or_ps(a.lanes, b.lanes)}; }
 
 // When either operand is a non-number, Max and Min give b: put what may be none first and what is known second.
 inline Float8 Max(Float8 a, Float8 b) { return {_mm256_max_ps(a.lanes, b.lanes)}; }
@@ -49,12 +47,9 @@ inline Float8 FastReciprocalRoot(Float8 a) { return {_mm256_rsqrt_ps(a.lanes)}; 
 // Comparisons fill a lane with ones or zeroes; a non-number never passes.
 inline Float8 Less(Float8 a, Float8 b) { return {_mm256_cmp_ps(a.lanes, b.lanes, _CMP_LT_OQ)}; }
 inline Float8 LessEqual(Float8 a, Float8 b) { return {_mm256_cmp_ps(a.lanes, b.lanes, _CMP_LE_OQ)}; }
-inline Float4 Less(Float4 a, Float4 b) { return {_mm_cmp_ps(a.lanes, b.lanes, _CMP_LT_OQ)}; }
-inline Float4 LessEqual(Float4 a, Float4 b) { return {_mm_cmp_ps(a.lanes, b.lanes, _CMP_LE_OQ)}; }
 
 /// Bit i of the result is lane i of a comparison.
 inline unsigned Bits(Float8 a) { return static_cast<unsigned>(_mm256_movemask_ps(a.lanes)); }
-inline unsigned Bits(Float4 a) { return static_cast<unsigned>(_mm_movemask_ps(a.lanes)); }
 
 /// Bit i: the i-th of eight words, aligned to 32 bytes, equals `value`.
 inline unsigned EqualBits8(const std::uint32_t* p, std::uint32_t value)
@@ -80,16 +75,12 @@ inline unsigned NonZeroBits8(const std::uint8_t* p)
     return ~static_cast<unsigned>(_mm_movemask_epi8(zero)) & 255u;
 }
 
-/// Asks for the cache line of p.
-inline void Prefetch(const void* p) { _mm_prefetch(static_cast<const char*>(p), _MM_HINT_T0); }
-
 /// Three coordinates in lanes.
 template <class Lanes>
 struct VectorLanes {
     Lanes x, y, z;
 };
 using Vector8 = VectorLanes<Float8>;
-using Vector4 = VectorLanes<Float4>;
 
 // The operation order of the scalar Dot and Cross.
 template <class L>

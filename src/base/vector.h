@@ -55,7 +55,6 @@ inline Vector Max(Vector a, Vector b) { return {std::max(a.x, b.x), std::max(a.y
 
 inline float Mean(Color c) { return (c.r + c.g + c.b) * 0.33333334f; }
 inline float MaxChannel(Color c) { return std::max(c.r, std::max(c.g, c.b)); }
-inline float MinChannel(Color c) { return std::min(c.r, std::min(c.g, c.b)); }
 
 /// The one cut-off of transport and shader preparation. A non-number is not present.
 inline bool IsPresent(Color c) { return c.r > kPresent || c.g > kPresent || c.b > kPresent; }
