@@ -76,6 +76,7 @@ void ApplySettings(const Options& options)
     if (options.seed) hvxSetSeed(*options.seed);
     if (options.threads) hvxSetThreadCount(*options.threads);
     if (options.quiet) hvxSetReport(false);
+    hvxSetPictureChild(true, 0, 0);  // scenes come from anywhere
 }
 
 /// Puts the wishes of the command line over camera 0 as the scene made it.
@@ -110,6 +111,37 @@ std::string CheckCamera(const Options& options)
             return "the region lies outside the film of " + std::to_string(width) + "x" + std::to_string(height);
     }
     return "";
+}
+
+/// Asks for the pictures of a light's share, one for each lobe. Returns what is wrong.
+std::string AddLightShares(const Plan& plan, hvxLight kind, int light, const std::string& name)
+{
+    constexpr struct {
+        const char* word;
+        Channel     channel;
+    } kLobes[] = {{"lambertian", Channel::Lambertian},
+                  {"transmissive", Channel::Transmissive},
+                  {"glossy", Channel::Glossy},
+                  {"specular", Channel::Specular}};
+    for (const auto& lobe : kLobes) {
+        const fs::path file = BesideBeauty(plan.beauty, name + "-" + lobe.word);
+        if (std::string problem = CheckCreatable(file); !problem.empty()) return problem;
+        if (hvxAddLightShare(kind, light, lobe.channel, file.c_str()) < 0)
+            return "no memory for '" + file.string() + "'";
+    }
+    return "";
+}
+
+/// The same for all lights of the loaded scene.
+std::string AddAllLightShares(const Plan& plan)
+{
+    std::string problem = AddLightShares(plan, hvxLight::Sky, 0, "sky");
+    if (problem.empty()) problem = AddLightShares(plan, hvxLight::Geometry, 0, "emitters");
+    for (int i = 0; problem.empty() && i < hvxGetPointLightCount(); ++i)
+        problem = AddLightShares(plan, hvxLight::Point, i, "point" + std::to_string(i));
+    for (int i = 0; problem.empty() && i < hvxGetParallelLightCount(); ++i)
+        problem = AddLightShares(plan, hvxLight::Parallel, i, "parallel" + std::to_string(i));
+    return problem;
 }
 
 bool OnFrame(int finished, int total, void* user) { return static_cast<Progress*>(user)->AfterFrame(finished, total); }
@@ -152,6 +184,9 @@ int RunSession(const Options& options, const Plan& plan)
     if (hvxGetCameraCount() < 1) return Fail("'" + plan.scene.string() + "' has no camera");
     OverrideCamera(options, plan);
     if (const std::string problem = CheckCamera(options); !problem.empty()) return Fail(problem);
+    if (options.light_aovs) {
+        if (const std::string problem = AddAllLightShares(plan); !problem.empty()) return Fail(problem);
+    }
     return Render(options, plan);
 }
 

@@ -145,6 +145,8 @@ std::optional<int> ReadOptions(int argument_count, char** arguments, Options& op
                    "picture to write; the ending names the format. Default: NAME.hdr here")
         ->type_name("FILE");
     AddAovOption(app, options);
+    app.add_flag("--light-aovs", options.light_aovs,
+                 "pictures of what each light brings over each lobe, NAME-LIGHT-LOBE beside the output");
     app.add_option("--frames", options.frames, "samples per pixel instead of the scene's")
         ->check(WholeNumber(1, 65535));
     AddSizeOption(app, options);

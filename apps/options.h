@@ -20,9 +20,10 @@ struct Options {
     std::string                       scene;   ///< folder, as given
     std::string                       output;  ///< beauty picture; empty: the scene's name + ".hdr"
     std::vector<AovRequest>           aovs;
-    std::optional<int>                frames;  ///< 1 to 65535
-    std::optional<std::array<int, 2>> size;    ///< width, height in pixels
-    std::optional<std::array<int, 4>> region;  ///< x0, y0, x1, y1, half-open, y downwards
+    bool                              light_aovs = false;  ///< each light's share of the picture, by lobe
+    std::optional<int>                frames;              ///< 1 to 65535
+    std::optional<std::array<int, 2>> size;                ///< width, height in pixels
+    std::optional<std::array<int, 4>> region;              ///< x0, y0, x1, y1, half-open, y downwards
     std::optional<int>                threads;
     std::optional<std::uint64_t>      seed;
     bool                              quiet         = false;

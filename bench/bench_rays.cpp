@@ -1,6 +1,7 @@
 // Shoots reproducible ray sets through the library's walks and, where it is there, through Embree: million rays per
 // second, the ratio of the two, and how many answers differ.
 
+#include "accel/accel.h"
 #include "model.h"
 #include "recipe.h"
 #include "session/settings.h"
@@ -109,11 +110,48 @@ void TimeSet(const RaySet& set, int threads, const Options& options, std::vector
     std::fflush(stdout);
 }
 
+/// Every second ray of a set, from the first or from the second on.
+RaySet Half(const RaySet& set, std::size_t first)
+{
+    RaySet half{set.name, set.kind, set.radius, {}};
+    for (std::size_t n = first; n < set.rays.size(); n += 2) half.rays.push_back(set.rays[n]);
+    return half;
+}
+
+/// What the order of lanes that the first frame of a render finds gains over the order by area: blocked rays are counted
+/// on one half of a set, both orders are timed on the other.
+void TimeTuning(const RaySet& set, const Options& options)
+{
+    hv::Object&         object = hv::Objects[0];
+    const RaySet        logged = Half(set, 0), timed = Half(set, 1);
+    std::vector<Answer> answers(timed.rays.size() + 1);
+    const int           threads = options.threads.back();
+
+    hv::ClearVisits(object);
+    hv::CurrentFrame = 0;
+    ShootAll(ShootOwn, logged, threads, answers);
+    hv::CurrentFrame = 1;
+    std::vector<double> by_area, tuned;
+    for (int run = 0; run <= options.runs; ++run) {
+        hv::SortWideLanes(object);
+        const double area = ShootAll(ShootOwn, timed, threads, answers);
+        hv::TuneChildOrder(object);
+        const double visits = ShootAll(ShootOwn, timed, threads, answers);
+        if (run == 0) continue;  // warms up
+        by_area.push_back(area);
+        tuned.push_back(visits);
+    }
+    std::printf("  %-8s %3d threads  lanes by area %8.3f, by blocked rays %8.3f Mrays/s  ratio %.3f\n",
+                set.name.c_str(), threads, 1e-6 * static_cast<double>(timed.rays.size()) / Median(by_area),
+                1e-6 * static_cast<double>(timed.rays.size()) / Median(tuned), Median(by_area) / Median(tuned));
+}
+
 void BenchSet(const RaySet& set, const Options& options)
 {
     std::vector<Walker> walkers = Walkers(set);
     for (const int threads : options.threads) TimeSet(set, threads, options, walkers);
     if (walkers.size() > 1) PrintDifferences("Embree", set, walkers[0].answers, walkers[1].answers, options.tolerance);
+    if (set.kind == RayKind::Occlusion) TimeTuning(set, options);
 
     const std::string file = "-" + set.name + ".answers";
     if (!options.write_answers.empty() && !WriteAnswers(options.write_answers + file, walkers[0].answers))

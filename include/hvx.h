@@ -59,6 +59,32 @@ typedef struct hvxImage {
  *  not prepared. */
 HV_API bool hvxGetCameraAOV(int camera, int aov, hvxImage* image);
 
+#ifdef __cplusplus
+/** Lights: the two single ones, and the kinds that a scene may have any number of. */
+enum class hvxLight : int { Sky = 0, Geometry = 1, Point = 2, Parallel = 3 };
+#else
+enum hvxLight { HVX_LIGHT_SKY = 0, HVX_LIGHT_GEOMETRY = 1, HVX_LIGHT_POINT = 2, HVX_LIGHT_PARALLEL = 3 };
+#endif
+
+/** Number of point and of parallel lights in the session. */
+HV_API int hvxGetPointLightCount(void);
+HV_API int hvxGetParallelLightCount(void);
+
+/** Appends an AOV to a light that collects what the light brings to the picture over one element, by direct lighting as
+ *  by rays that meet the light: the element of the last surface before the light. A light that the camera itself sees
+ *  counts as specular. So the four elements together are the light's share of the picture, but for what a vertex loses of
+ *  its rays: the picture's mean leaves out those that a rough element sends below its own surface, the shares do not.
+ *  light    handle of a point or parallel light; ignored for the two single lights.
+ *  element  Channel Lambertian, Transmissive, Glossy or Specular; any other is refused.
+ *  name     path of the picture, written at the end of the render; null or empty: none is written.
+ *  Call it before hvInitialize. Returns the AOV's handle in the light's list, -1 if it is refused. The AOV goes when the
+ *  render ends, or with hvFinalize; AOVs behind it in the lists of sky and geometry light then move up. */
+HV_API int hvxAddLightShare(enum hvxLight kind, int light, enum Channel element, const char* name);
+
+/** Fills `image` with the present state of a light's AOV, as hvxGetCameraAOV does. hvRender writes and releases the AOVs
+ *  of the lights when it ends: read them in a frame callback, or render by hvRenderPixels. */
+HV_API bool hvxGetLightAOV(enum hvxLight kind, int light, int aov, hvxImage* image);
+
 /** Called by hvRender and hvGo after each frame with the number of finished frames and of all frames. Returning false
  *  ends the render there: the closing report is printed and the pictures are written as they stand. */
 typedef bool (*hvxFrameCallback)(int finished, int total, void* user);
@@ -67,6 +93,17 @@ HV_API void hvxSetFrameCallback(hvxFrameCallback callback, void* user); /**< nul
 /** Called after each attempt to write a picture with a name: its path and whether a file was written. */
 typedef void (*hvxWriteCallback)(const char* path, bool written, void* user);
 HV_API void hvxSetWriteCallback(hvxWriteCallback callback, void* user); /**< null: none, the default */
+
+/** Decodes each picture file in a forked child process, so that a file that crashes, stalls or swamps its decoder costs
+ *  that picture and one error line of the report, never the host. Files of uncommon formats, whose decoders nothing else
+ *  guards, are read in this mode only.
+ *  on         true: a child for each picture; false (the default): in the host's process, after a check of the file.
+ *  seconds    limit of a child in processor time and by the clock.                          0 or less: 20
+ *  megabytes  memory that a child may take beyond what the host's process has in use.       0 or less: 2048
+ *  Holds until changed. The child is a copy of the host's process that runs the decoder alone; it is gone, and reaped,
+ *  when the picture is loaded or refused. A host whose other threads use the same codecs should leave it off: a lock that
+ *  such a thread holds at that moment stays locked in the child, which then ends by its limit of time. */
+HV_API void hvxSetPictureChild(bool on, int seconds, int megabytes);
 
 #ifdef __cplusplus
 }

@@ -4,6 +4,7 @@
 #include "lights/lights.h"
 #include "output/camera.h"
 #include "scene/scene.h"
+#include "session/search_paths.h"
 #include "session/settings.h"
 #include "shading/shader.h"
 

@@ -6,6 +6,18 @@ source "$(dirname "$0")/scene.sh"
 halvorne=$1
 cd "$scratch" || exit 1
 make_scene scenes/tiny
+make_scene scenes/lamps
+cat >scenes/lamps/light/lamps.hv <<'END'
+point_light
+    position 0 0 3
+end
+point_light
+    position 0 0 -3
+end
+parallel_light
+    direction 0 0 -1
+end
+END
 find scenes | sort >before
 
 # Bytes of a binary PPM behind its header, as decimal numbers one a line.
@@ -44,6 +56,18 @@ pass-normal.ppm 127 127 255
 pass-lambertian_color.ppm 216 216 216
 pass.ppm 108 108 108
 END
+
+# What each light brings over each lobe: the matte wall takes light over one, and the sky is seen all around it. The second
+# point light stands behind the wall, and nothing emits.
+expect_status 0 "light-aovs" "$halvorne" scenes/lamps --light-aovs -o lamps.ppm
+lit=
+for light in sky emitters point0 point1 parallel0; do
+    for lobe in lambertian transmissive glossy specular; do
+        [ -s "lamps-$light-$lobe.ppm" ] || fail "light-aovs: no picture lamps-$light-$lobe.ppm"
+        ppm_bytes "lamps-$light-$lobe.ppm" 48 | grep -qv '^0$' && lit="$lit $light-$lobe"
+    done
+done
+[ "$lit" = " sky-lambertian sky-specular point0-lambertian parallel0-lambertian" ] || fail "light-aovs: lit are$lit"
 
 # -- Seeds: the same for any number of threads, another for another seed
 for run in "1 1" "1 4" "2 2"; do
@@ -89,7 +113,7 @@ scenes/tiny -o
 END
 
 # -- What cannot be done: status 1 and one line, before anything is rendered
-mkdir -p nocamera/camera data.png
+mkdir -p nocamera/camera data.png blocked-parallel0-glossy.hdr
 mkfifo pipe.hdr
 while IFS='|' read -r text arguments; do
     # shellcheck disable=SC2086
@@ -101,6 +125,7 @@ missing folder|nowhere
 no camera|nocamera -o n.hdr
 missing folder of the output|scenes/tiny -o no/such/folder/x.hdr
 the output is a folder|scenes/tiny -o scenes.hdr/../data.png
+a share of a light is a folder|scenes/lamps --light-aovs -o blocked.hdr
 the output is a pipe|scenes/tiny -o pipe.hdr
 unknown ending|scenes/tiny -o picture.txt
 region outside the film|scenes/tiny --region 8,0,9,6 -o r.hdr

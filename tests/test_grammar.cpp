@@ -220,8 +220,8 @@ TEST_F(Grammar, ObjectSectionsMakePartsAndInstances)
         for (auto at = out.find(part); at != out.npos; at = out.find(part, at + 1)) ++found;
         return found;
     };
-    EXPECT_EQ(count("position textures are not read yet: p.exr"), 3);
-    EXPECT_EQ(count("triangle textures are not read yet: u.exr"), 2);
+    EXPECT_EQ(count("error :( \timage - p.exr\tcannot be found\n"), 3);
+    EXPECT_EQ(count("error :( \timage - u.exr\tcannot be found\n"), 2);
     EXPECT_EQ(count("warning :( \tobject - hair files are not read yet: h.hair"), 1);
     EXPECT_EQ(count("error :( \tobject - cannot open /nowhere/x.obj\n" + std::string(80, '_')), 1);
 }

@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
-# obj2scene makes scenes that show the whole model; hdr2png encodes by the sRGB curve.
+# obj2scene makes scenes that show the whole model; hdr2png encodes by the sRGB curve; make_sky puts the sun where it is told.
 # usage: test_tools.sh obj2scene hdr2png halvorne
 source "$(dirname "$0")/check.sh"
 source "$(dirname "$0")/scene.sh"
 obj2scene=$1 hdr2png=$2 halvorne=$3
+make_sky=$(cd "$(dirname "$0")/../tools" && pwd)/make_sky.py
 cd "$scratch" || exit 1
 
 # A tall box, 1 x 5 x 2, far from the origin, with a stray vertex that no face uses.
@@ -36,6 +37,16 @@ for pair in "0 188" "-1 137" "3 255"; do
     expect_status 0 "hdr2png" "$hdr2png" grey.hdr grey.ppm --exposure "$stops"
     [ "$(tail -c 144 grey.ppm | od -An -v -tu1 -w1 | sort -u | tr -d ' \n')" = "$wanted" ] || fail "exposure $stops is not $wanted"
 done
+
+# A sun in the north, half way up, stands a quarter from the left and a quarter from the top: texel 8, 4 of 32 x 16. It
+# alone is still bright nine stops down.
+if command -v python3 >/dev/null; then
+    expect_status 0 "make_sky" python3 "$make_sky" sun.hdr --width 32 --elevation 45 --azimuth 0
+    expect_status 0 "its picture" "$hdr2png" sun.hdr sun.ppm --exposure -9
+    brightest=$(tail -c 1536 sun.ppm | od -An -v -tu1 -w3 | awk '$2 > most { most = $2; at = NR - 1 } END { print at }')
+    [ "$brightest" = $((4 * 32 + 8)) ] || fail "make_sky: the sun is texel $brightest"
+    expect_status 2 "make_sky, no sky" python3 "$make_sky" sun.hdr --turbidity 0
+fi
 
 while read -r status tool arguments; do
     # shellcheck disable=SC2086  # a line is a list of words

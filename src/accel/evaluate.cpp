@@ -18,26 +18,6 @@ namespace {
 
 Corners CornersOf(const SurfaceHit& hit) { return CornersOf(*hit.part, hit.kind, hit.index, {hit.u, hit.v, hit.w}); }
 
-/// Arrays may be shorter than the positions: whether all corners have a value.
-template <class T>
-bool Covers(const std::vector<T>& values, const Corners& corners)
-{
-    for (int n = 0; n < corners.count; ++n)
-        if (corners.vertex[n] >= values.size()) return false;
-    return true;
-}
-
-void MixUv(const Part& part, const Corners& corners, float uv[2])
-{
-    uv[0] = uv[1] = 0.0f;
-    if (part.uvs.empty() || !Covers(part.uvs[0].values, corners)) return;
-    for (int n = 0; n < corners.count; ++n) {
-        const Vector2 value = part.uvs[0].values[corners.vertex[n]];
-        uv[0] += corners.weight[n] * value.u;
-        uv[1] += corners.weight[n] * value.v;
-    }
-}
-
 bool IsZero(PackedDirection packed) { return packed == PackedDirection{}; }
 
 Vector RawBytes(PackedDirection packed)

@@ -30,6 +30,27 @@ inline Corners CornersOf(const Part& part, PrimitiveKind kind, std::uint32_t ind
     return {};
 }
 
+/// Arrays may be shorter than the positions: whether all corners have a value.
+template <class T>
+bool Covers(const std::vector<T>& values, const Corners& corners)
+{
+    for (int n = 0; n < corners.count; ++n)
+        if (corners.vertex[n] >= values.size()) return false;
+    return true;
+}
+
+/// Texture coordinates at the corners' weights, (0, 0) where a corner has none.
+inline void MixUv(const Part& part, const Corners& corners, float uv[2])
+{
+    uv[0] = uv[1] = 0.0f;
+    if (part.uvs.empty() || !Covers(part.uvs[0].values, corners)) return;
+    for (int n = 0; n < corners.count; ++n) {
+        const Vector2 value = part.uvs[0].values[corners.vertex[n]];
+        uv[0] += corners.weight[n] * value.u;
+        uv[1] += corners.weight[n] * value.v;
+    }
+}
+
 /// Radius of a particle or strand at a vertex, 0 when the part has none.
 inline float RadiusAt(const Part& part, std::uint32_t vertex)
 {

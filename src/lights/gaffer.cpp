@@ -60,7 +60,7 @@ float Megabytes(const std::vector<LightType>& lights)
 template <class LightType>
 void Release(std::vector<LightType>& lights)
 {
-    for (const LightType& light : lights) WriteAOVs(light.aovs);
+    for (LightType& light : lights) CloseLightAOVs(light.aovs);
     lights.clear();
 }
 

@@ -9,8 +9,7 @@ namespace hv {
 void SkyLightDefaults();
 void GeometryLightDefaults();
 
-/// Preparation stages: links resolved, axes normalised, powers and AOVs made, the report printed. The importance tables of
-/// the sky and the emitter list of the geometry light come with direct light sampling.
+/// Preparation stages: links resolved, axes normalised, powers, AOVs and what sampling draws from made, the report printed.
 void PrepareSkyLight();
 void PrepareGeometryLight();
 void PrepareGaffer();
@@ -23,13 +22,71 @@ void FinalizeGaffer();
 /// Whether a link list lets a light act on a shader: an empty list does.
 bool IsLinked(const std::vector<std::uint32_t>& link_shaders, std::uint32_t shader);
 
-/// Whether direct lighting samples emissive surfaces from a list of points on them.
+// ---- Geometry light (geometry_light.cpp, emitter_points.cpp) ----
+
+/// A place on a surface that emits, in world space.
+struct EmitterPoint {
+    Vector position;
+    Vector normal;                    ///< unit length, on the side that emits
+    Color  radiance = kBlack;         ///< emitted, times the area that the point stands for over that of an average
+                                      ///< point: 1 but on stretched faces. Black where the place was found dark
+    std::uint32_t shader    = kNone;  ///< of the surface: AOVs of the geometry light may collect one only
+    std::uint32_t primitive = kNone;  ///< index in its part
+    std::uint8_t  kind      = 0;      ///< PrimitiveKind
+};
+
+/// Points of the list.
+inline constexpr int kEmitterPointCount = 18481;
+
+/// Whether direct lighting samples emissive surfaces from a list of points on them. False when `sample` or an area is not
+/// above 0, and when no point of the list emits.
 bool HasEmitterList();
+
+/// Draws a point in proportion to its radiance. u: 0 to 1. `probability` (above 0) is that of the point among all. Null
+/// without a list, and when nothing can be drawn at u.
+const EmitterPoint* PickEmitterPoint(float u, float& probability);
+
+/// Area, in square metres, that the points stand for: all surfaces that the root object lists as virtual lights.
+float EmitterPointArea();
+
+// ---- Sky (sky.cpp, sky_tables.cpp) ----
+
+/// A direction drawn from the importance tables of the sky.
+struct SkySample {
+    Vector direction;          ///< unit length, towards the sky
+    float  density  = 0.0f;    ///< per steradian; 0: nothing could be drawn
+    Color  radiance = kBlack;  ///< of the sky in that direction, as SkyColor gives it
+};
+
+/// Draws a direction. `face_row` (0 to 1) gives the cube face and the row, `column` (0 to 1) the cell in it. A direction is
+/// that of its cell: there is no jitter within one. Needs HasSkyTables().
+SkySample SampleSky(float face_row, float column);
+
+/// Density (1/sr) with which SampleSky draws the cell nearest to a unit direction; 0 without tables.
+float SkyDensity(Vector direction);
+
+/// Whether the importance tables of a sky picture exist. `SkyLight.sample` is 0 otherwise.
+bool HasSkyTables();
 
 /// Radiance of the sky seen by a ray that left the scene.
 Color SkyRadiance(const RayRecord& ray);
 
-/// Radiance of the sky in a direction, never the backdrop.
+/// Radiance of the sky in a unit direction, never the backdrop.
 Color SkyColor(Vector direction);
+
+/// Texture coordinates of the sky picture in a unit direction.
+void SkyUV(Vector direction, float uv[2]);
+
+// ---- Point and parallel lights (light_samples.cpp) ----
+
+/// Share of a point light's colour in the unit direction `v` away from it, 0 to 1: linear in the angle between its outer
+/// and inner cone.
+float SpotFactor(const PointLight& light, Vector v);
+
+/// Uniform point on the sphere of a light's `blur`; its position without blur. a turns about the axis, b goes along it: 0 to 1.
+Vector PointOnSource(const PointLight& light, float a, float b);
+
+/// Unit direction uniform in the cone of a parallel light, along which it shines. u1 turns about the axis, u2 opens: 0 to 1.
+Vector SampleConeDirection(const ParallelLight& light, float u1, float u2);
 
 }  // namespace hv

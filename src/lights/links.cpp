@@ -28,4 +28,10 @@ void PrepareLightAOVs(std::vector<CameraAOV>& aovs)
     for (CameraAOV& aov : aovs) PrepareAOV(aov, camera->width, camera->height);
 }
 
+void CloseLightAOVs(std::vector<CameraAOV>& aovs)
+{
+    WriteAOVs(aovs);
+    std::erase_if(aovs, [](const CameraAOV& aov) { return aov.is_share; });
+}
+
 }  // namespace hv

@@ -16,6 +16,7 @@ struct CameraAOV {
     int           shader = -1;              ///< index of shader_name, found by PrepareAOV; -1 for any
     int           width = 0, height = 0;    ///< pixels
     std::uint32_t channel = 1;              ///< bits of ::Channel; cameras compare it whole, lights test single bits
+    bool is_share = false;  ///< of a light: collects the lobes of `channel` by bit, direct light and met light alike
 };
 
 }  // namespace hv

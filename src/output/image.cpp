@@ -1,9 +1,8 @@
 #include "output/image.h"
 
+#include "base/physical_memory.h"
 #include "base/release.h"
 #include "session/sampling.h"
-
-#include <unistd.h>
 
 #include <cstddef>
 #include <limits>
@@ -15,15 +14,6 @@ namespace {
 
 constexpr float         kByteScale    = 0.0039215684f;
 constexpr std::uint64_t kSamplesAWord = 32;
-
-/// Bytes of memory of the machine. A picture beyond it would be granted, and end the process when it is touched.
-std::uint64_t PhysicalMemory()
-{
-    const long pages = sysconf(_SC_PHYS_PAGES);
-    const long size  = sysconf(_SC_PAGESIZE);
-    if (pages <= 0 || size <= 0) return std::numeric_limits<std::uint64_t>::max();
-    return static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(size);
-}
 
 void ReleasePixels(Image& image)
 {
@@ -172,6 +162,23 @@ void WriteImagePixel(Image& image, const float in[3], std::uint32_t index)
     const std::size_t first = static_cast<std::size_t>(index) * static_cast<std::size_t>(image.channels);
     const std::size_t count = image.channels == 1 ? 1 : 3;
     for (std::size_t c = 0; c < count; ++c) WriteSample(image, first + c, in[c]);
+}
+
+std::span<std::byte> PixelBytes(Image& image)
+{
+    if (image.packed) return std::as_writable_bytes(std::span(image.pixels_rgbe));
+    switch (image.bits) {
+    case 1:
+        return std::as_writable_bytes(std::span(image.bit_pixels));
+    case 8:
+        return std::as_writable_bytes(std::span(image.pixels8));
+    case 16:
+        return std::as_writable_bytes(std::span(image.pixels16));
+    case 32:
+        return std::as_writable_bytes(std::span(image.pixels32));
+    default:
+        return std::as_writable_bytes(std::span(image.pixels64));
+    }
 }
 
 std::int64_t ImageBytes(const Image& image)

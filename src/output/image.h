@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -32,8 +34,18 @@ bool AllocateImage(Image& image, int width, int height, int channels, int bits, 
 void ReadImagePixel(const Image& image, float out[3], std::uint32_t index);
 void WriteImagePixel(Image& image, const float in[3], std::uint32_t index);
 
+/// The pixel store in use as bytes.
+std::span<std::byte> PixelBytes(Image& image);
+
 /// Bytes of all pixel stores.
 std::int64_t ImageBytes(const Image& image);
+
+/// Fills an image from a file, whose format its content tells. Byte, 16-bit and float pictures of 1, 3 or 4 channels keep
+/// their samples; three floats are packed to 4 bytes a pixel where `allow_packing` is set. A text ".hdr" or ".HDR" anywhere
+/// in `image.path` turns the rows over. Sets `loaded`. A file that is broken, too large or of no known format leaves the
+/// image empty and not loaded, prints one error line and returns false. A sound file of a pixel layout that has no store
+/// (1 or 4 bits a pixel, complex numbers) is loaded without pixels, with one warning.
+bool ReadImageFile(Image& image, const std::string& full_path);
 
 /// Writes the picture in the format that its path names. Values go as they stand. Returns false, and prints nothing, for
 /// an empty path, an image without pixels, an unknown ending or a failed save.

@@ -1,5 +1,6 @@
 #include "scene/scene.h"
 #include "scene/sections.h"
+#include "session/search_paths.h"
 
 namespace hv {
 

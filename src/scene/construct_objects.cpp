@@ -1,9 +1,9 @@
 #include "geometry/object.h"
 #include "hv.h"
 #include "scene/construct.h"
+#include "scene/part_arrays.h"
 
 #include <algorithm>
-#include <cstring>
 
 using namespace hv;
 
@@ -15,29 +15,11 @@ void EditPart(int object, int part, Store store)
     Edit(Objects, object, [&](Object& record) { Edit(record.parts, part, store); });
 }
 
-// Grows an array by `count` items and copies a host's floats or ints over them; the items are nothing but those.
-template <class Item, class Scalar>
-void AppendItems(std::vector<Item>& items, int count, const Scalar* data)
-{
-    static_assert(sizeof(Item) % sizeof(Scalar) == 0 && std::is_trivially_copyable_v<Item>);
-    const std::size_t old = items.size();
-    items.resize(old + static_cast<std::size_t>(count));
-    std::memcpy(static_cast<void*>(items.data() + old), data, static_cast<std::size_t>(count) * sizeof(Item));
-}
-
 // Runs `append` on a part when there is something to append.
 template <class Scalar, class Store>
 void AppendToPart(int object, int part, int count, const Scalar* data, Store append)
 {
     if (count > 0 && data != nullptr) EditPart(object, part, append);
-}
-
-void AppendDirections(std::vector<PackedDirection>& directions, int count, const float* data)
-{
-    const std::size_t old = directions.size();
-    directions.resize(old + static_cast<std::size_t>(count));
-    for (std::size_t i = old; i < directions.size(); ++i, data += 3)
-        directions[i] = PackDirection({data[0], data[1], data[2]});
 }
 
 template <class T>

@@ -1,4 +1,5 @@
 #include "geometry/geometry.h"
+#include "scene/array_textures.h"
 #include "scene/obj_import.h"
 #include "scene/sections.h"
 #include "session/console.h"
@@ -8,32 +9,11 @@ namespace hv {
 
 namespace {
 
-/// Paths of the float pictures whose pixels are to become arrays of a part.
-struct ArrayTextures {
-    std::string position, uv, normal, tangent, triangle;
-};
-
 /// What an `object` block fills.
 struct ObjectBlock {
     Object&       object;
     ArrayTextures textures;  ///< apply to the next keyword that makes a part
 };
-
-void WarnUnread(std::string_view kind, const std::string& path)
-{
-    if (!path.empty()) PrintWarning("object - " + std::string(kind) + " are not read yet: " + path);
-}
-
-/// The end of every keyword that makes a part: arrays from pictures, then the staged faces behind them.
-void FinishArrayPart(Part& part, StagedMesh& staged, const ArrayTextures& textures)
-{
-    WarnUnread("position textures", textures.position);
-    WarnUnread("uv textures", textures.uv);
-    WarnUnread("normal textures", textures.normal);
-    WarnUnread("tangent textures", textures.tangent);
-    WarnUnread("triangle textures", textures.triangle);
-    FlattenStagedMesh(staged, part);
-}
 
 // Each starts from an empty part, and leaves the pictures for the keywords that follow.
 void ReadTriangleTexture(SceneReader& reader, ObjectBlock& block)
@@ -45,7 +25,7 @@ void ReadTriangleTexture(SceneReader& reader, ObjectBlock& block)
     block.object.parts.push_back(std::move(part));
 }
 
-using Importer = void (*)(StagedMesh& staged, const std::string& path);
+using Importer = void (*)(Part& part, StagedMesh& staged, const std::string& path);
 
 // A part of its own for the file that the keyword names; the pictures named so far are used up.
 template <Importer import_file>
@@ -53,14 +33,21 @@ void ReadPartFile(SceneReader& reader, ObjectBlock& block)
 {
     Part&      part = block.object.parts.emplace_back();
     StagedMesh staged;
-    import_file(staged, reader.Quoted());
+    import_file(part, staged, reader.Quoted());
     FinishArrayPart(part, staged, block.textures);
     block.textures = {};
 }
 
-void ReadParticleTexture(StagedMesh&, const std::string& path) { WarnUnread("particle textures", path); }
-void ReadHairFile(StagedMesh&, const std::string& path) { WarnUnread("hair files", path); }
-void ReadFurFile(StagedMesh&, const std::string& path) { WarnUnread("fur files", path); }
+void ImportObj(Part&, StagedMesh& staged, const std::string& path) { ReadObjFile(staged, path); }
+void ImportParticles(Part& part, StagedMesh&, const std::string& path) { AppendParticleTexture(part, path); }
+
+void WarnUnread(std::string_view kind, const std::string& path)
+{
+    if (!path.empty()) PrintWarning("object - " + std::string(kind) + " are not read yet: " + path);
+}
+
+void ImportHair(Part&, StagedMesh&, const std::string& path) { WarnUnread("hair files", path); }
+void ImportFur(Part&, StagedMesh&, const std::string& path) { WarnUnread("fur files", path); }
 
 template <auto texture>
 void ArrayTexture(SceneReader& reader, ObjectBlock& block)
@@ -93,12 +80,12 @@ constexpr Keyword<ObjectBlock> kObject[] = {
     {"normal_texture", ArrayTexture<&ArrayTextures::normal>},
     {"tangent_texture", ArrayTexture<&ArrayTextures::tangent>},
     {"triangle_texture", ReadTriangleTexture},
-    {"particle_texture", ReadPartFile<ReadParticleTexture>},
+    {"particle_texture", ReadPartFile<ImportParticles>},
     {"shader",
      [](SceneReader& reader, ObjectBlock& block) { block.object.shaderID = FindOrAddShader(reader.Quoted()); }},
-    {"hair", ReadPartFile<ReadHairFile>},
-    {"fur", ReadPartFile<ReadFurFile>},
-    {"obj", ReadPartFile<ReadObjFile>},
+    {"hair", ReadPartFile<ImportHair>},
+    {"fur", ReadPartFile<ImportFur>},
+    {"obj", ReadPartFile<ImportObj>},
 };
 
 }  // namespace

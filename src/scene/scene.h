@@ -7,17 +7,11 @@
 /// Scene folders: the reader of .hv files and the importers. They fill the registries and prepare nothing.
 namespace hv {
 
-/// Filled by start-up (the empty string), hvGo and `image_path`; tried in order, the empty string means the path as given.
-extern std::vector<std::string> ImageSearchPaths;
-
 /// Filled by hvGo, read by nothing: geometry paths are opened as written.
 extern std::vector<std::string> GeometrySearchPaths;
 
 /// The folder given to hvGo, read by nothing.
 extern std::string SceneFolder;
-
-/// Appends unless the list holds an equal string.
-void AddImageSearchPath(std::string_view path);
 
 /// Sets the search lists for a folder, reads its five subfolders in order and reports the time. Returns the number of
 /// files read.

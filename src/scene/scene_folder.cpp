@@ -1,6 +1,7 @@
 #include "scene/scene.h"
 #include "session/console.h"
 #include "session/guard.h"
+#include "session/search_paths.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -8,7 +9,6 @@
 
 namespace hv {
 
-std::vector<std::string> ImageSearchPaths;
 std::vector<std::string> GeometrySearchPaths;
 std::string              SceneFolder;
 
@@ -50,12 +50,6 @@ void SetSearchPaths(const std::string& folder)
 }
 
 }  // namespace
-
-void AddImageSearchPath(std::string_view path)
-{
-    if (std::find(ImageSearchPaths.begin(), ImageSearchPaths.end(), path) == ImageSearchPaths.end())
-        ImageSearchPaths.emplace_back(path);
-}
 
 int LoadFolder(const std::string& path)
 {

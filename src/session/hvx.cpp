@@ -1,7 +1,9 @@
 #include "hvx.h"
 
 #include "base/per_thread.h"
+#include "lights/light.h"
 #include "output/output.h"
+#include "output/picture_child.h"
 #include "scene/scene.h"
 #include "session/guard.h"
 #include "session/sampling.h"
@@ -26,6 +28,53 @@ const CameraAOV* FindAOV(int camera, int aov)
     const Camera* owner = FindCamera(camera);
     if (!owner || aov < 0 || static_cast<std::size_t>(aov) >= owner->aovs.size()) return nullptr;
     return &owner->aovs[static_cast<std::size_t>(aov)];
+}
+
+/// AOVs of a point or parallel light; null for a bad handle.
+template <class LightType>
+std::vector<CameraAOV>* FindLightAOVs(std::vector<LightType>& lights, int light)
+{
+    if (light < 0 || static_cast<std::size_t>(light) >= lights.size()) return nullptr;
+    return &lights[static_cast<std::size_t>(light)].aovs;
+}
+
+std::vector<CameraAOV>* FindLightAOVs(hvxLight kind, int light)
+{
+    switch (kind) {
+    case hvxLight::Sky:
+        return &SkyLightAOVs;
+    case hvxLight::Geometry:
+        return &GeometryLightAOVs;
+    case hvxLight::Point:
+        return FindLightAOVs(PointLights, light);
+    case hvxLight::Parallel:
+        return FindLightAOVs(ParallelLights, light);
+    }
+    return nullptr;
+}
+
+bool IsLobe(Channel channel)
+{
+    return channel == Channel::Lambertian || channel == Channel::Transmissive || channel == Channel::Glossy ||
+           channel == Channel::Specular;
+}
+
+int AddLightShare(std::vector<CameraAOV>& aovs, Channel element, const char* name)
+{
+    CameraAOV share;
+    share.image.path = name ? name : "";
+    share.channel    = static_cast<std::uint32_t>(element);
+    share.is_share   = true;
+    aovs.push_back(std::move(share));
+    return static_cast<int>(aovs.size()) - 1;
+}
+
+/// Shows the pixels of an AOV to a host.
+bool ShowAOV(const CameraAOV& aov, hvxImage* image)
+{
+    if (!image || !aov.image.loaded) return false;
+    *image = {aov.image.width, aov.image.height, aov.image.channels, aov.image.pixels32.data()};
+    return true;
 }
 
 int LoadSceneFolder(const char* folder)
@@ -81,12 +130,29 @@ int hvxGetCameraAOVCount(int camera)
 bool hvxGetCameraAOV(int camera, int aov, hvxImage* image)
 {
     const CameraAOV* found = FindAOV(camera, aov);
-    if (!found || !image || !found->image.loaded) return false;
-    *image = {found->image.width, found->image.height, found->image.channels, found->image.pixels32.data()};
-    return true;
+    return found && ShowAOV(*found, image);
+}
+
+int hvxGetPointLightCount() { return static_cast<int>(PointLights.size()); }
+int hvxGetParallelLightCount() { return static_cast<int>(ParallelLights.size()); }
+
+int hvxAddLightShare(hvxLight kind, int light, Channel element, const char* name)
+{
+    std::vector<CameraAOV>* const aovs = FindLightAOVs(kind, light);
+    if (!aovs || !IsLobe(element)) return -1;
+    return Guarded(-1, [&] { return AddLightShare(*aovs, element, name); });
+}
+
+bool hvxGetLightAOV(hvxLight kind, int light, int aov, hvxImage* image)
+{
+    const std::vector<CameraAOV>* const aovs = FindLightAOVs(kind, light);
+    if (!aovs || aov < 0 || static_cast<std::size_t>(aov) >= aovs->size()) return false;
+    return ShowAOV((*aovs)[static_cast<std::size_t>(aov)], image);
 }
 
 void hvxSetFrameCallback(hvxFrameCallback callback, void* user) { SetFrameObserver(callback, user); }
 void hvxSetWriteCallback(hvxWriteCallback callback, void* user) { SetWriteObserver(callback, user); }
+
+void hvxSetPictureChild(bool on, int seconds, int megabytes) { SetPictureChild(on, seconds, megabytes); }
 
 }  // extern "C"

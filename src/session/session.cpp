@@ -8,8 +8,10 @@
 #include "session/console.h"
 #include "session/path_stack.h"
 #include "session/sampling.h"
+#include "session/search_paths.h"
 #include "session/settings.h"
 #include "session/stages.h"
+#include "shading/image_store.h"
 #include "shading/shading.h"
 #include "transport/transport.h"
 
@@ -154,6 +156,7 @@ void FinalizeSession()
     DestroyObjects();
     FinalizeCameras();
     FinalizeShaders();
+    ReleaseImages();
 }
 
 void Shutdown()

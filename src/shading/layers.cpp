@@ -1,5 +1,7 @@
 #include "session/sampling.h"
+#include "shading/image_store.h"
 #include "shading/shading.h"
+#include "shading/texture_lookup.h"
 
 #include <algorithm>
 #include <cmath>
@@ -13,8 +15,12 @@ SurfaceShader::SurfaceShader()
 
 namespace {
 
-/// A slot at texture coordinates: its colour, which will multiply the texture once elements can have one.
-Color SlotValue(const ShaderElement& slot, const float* /*uv*/) { return slot.color; }
+/// A slot at texture coordinates: its colour, times the texture.
+Color SlotValue(const ShaderElement& slot, const float uv[2])
+{
+    if (slot.image_index < 0) return slot.color;
+    return LookupTexture(Images[static_cast<std::size_t>(slot.image_index)], uv, slot) * slot.color;
+}
 
 /// What one layer lets through. The slab's (1 - F)^2 / (1 - F^2) is written as (1 - F) / (1 + F), which is 0 and not 0 / 0
 /// at a grazing angle.

@@ -107,7 +107,6 @@ void PrepareShader(Shader& shader)
 void PrepareShaders()
 {
     const std::uint32_t undefined = EnsureDefaultShader();
-    WarnOfPictures();
     PrepareShader(Shaders[undefined]);
     for (Shader& shader : Shaders) {
         if (shader.layers.empty())

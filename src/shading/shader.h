@@ -28,7 +28,8 @@ struct ShaderElement {
     Color        color;      ///< multiplies the texture; of a displacement entry the vector
     Color        fresnel;    ///< stored, read by nothing
     std::int32_t image_index = -1, fresnel_image_index = -1;  ///< in the image store, set at preparation
-    std::int32_t level = 1;                                   ///< displacement: tessellation count
+    std::int32_t level       = 1;                             ///< displacement: tessellation count
+    const float* byte_powers = nullptr;  ///< PowersOfBytes(gamma); set at preparation when the picture holds bytes
 };
 
 /// Parameters of hair scattering with their tables.

@@ -6,12 +6,9 @@
 
 namespace hv {
 
-/// Resolves the pictures of an element into the image store. The store takes no pictures yet: every element keeps its
-/// plain colour.
+/// Finds and loads the pictures of an element. One that cannot be had is told of, and leaves the element at its plain
+/// colour.
 void BindElement(ShaderElement& element);
-
-/// Warns once of every distinct picture that the shaders not yet prepared name.
-void WarnOfPictures();
 
 /// Calls `visit` for every element of a shader, in the order of binding: clip map, displacement lists, layers.
 template <class ShaderType, class Visit>

@@ -4,8 +4,8 @@ namespace hv {
 
 namespace {
 
-/// A slot that is black wherever it is read.
-bool IsAlwaysBlack(const ShaderElement& slot) { return slot.image_index < 0 && slot.color == kBlack; }
+/// A slot that is black wherever it is read: its colour multiplies what a texture gives.
+bool IsAlwaysBlack(const ShaderElement& slot) { return slot.color == kBlack; }
 
 /// Transparency is a product over the layers of a side, so one layer that is always black decides it.
 bool IsCertainlyOpaque(const Shader& shader, bool front)

@@ -1,11 +1,13 @@
-#include "lights/lights.h"
-#include "output/output.h"
-#include "session/settings.h"
-#include "shading/shading.h"
-#include "transport/branches.h"
-#include "transport/transport.h"
+#include "transport/direct.h"
 
-#include <cmath>
+#include "accel/accel.h"
+#include "output/output.h"
+#include "session/sampling.h"
+#include "session/settings.h"
+#include "transport/branches.h"
+#include "transport/diffusion.h"
+
+#include <algorithm>
 
 namespace hv {
 
@@ -18,151 +20,127 @@ ElementRadiance& ElementRadiance::operator+=(const ElementRadiance& other)
     return *this;
 }
 
-// Direct light sampling is not built yet: the three functions below find out whether their light acts at the vertex, and
-// add nothing. Emitters and the sky are met by scattered rays, at full weight; point and parallel lights, which no ray can
-// meet, stay dark.
-
-ElementRadiance GeometryLightDirect(const RayRecord& ray, const SurfacePoint& /*point*/)
-{
-    if (!IsLinked(GeometryLight.link_shaders, ray.hit_shader)) return {};
-    if (!(GeometryLight.area > 0.0f) || GeometryLight.sample < 1 || !HasEmitterList()) return {};
-    return {};
-}
-
-ElementRadiance SkyDirect(const RayRecord& ray, const SurfacePoint& /*point*/)
-{
-    if (!IsLinked(SkyLight.link_shaders, ray.hit_shader) || SkyLight.sample < 1) return {};
-    return {};
-}
-
-ElementRadiance PointAndParallelDirect(const RayRecord& /*ray*/, const SurfacePoint& /*point*/) { return {}; }
-
 namespace {
 
-bool IsSpecular(ElementCode element)
+bool IsHair(const RayRecord& ray) { return ray.hit_kind == static_cast<std::uint8_t>(PrimitiveKind::Cylinder); }
+
+bool IsFace(const RayRecord& ray)
 {
-    return element == ElementCode::SpecularReflection || element == ElementCode::SpecularRefraction;
+    return ray.hit_kind == static_cast<std::uint8_t>(PrimitiveKind::Triangle) ||
+           ray.hit_kind == static_cast<std::uint8_t>(PrimitiveKind::Tetragon);
 }
 
-/// Whether nothing but this ray can bring the emission of the surface that it hit, so that it counts in full.
-bool IsOnlyWay(const RayRecord& ray, const SurfacePoint& point)
+/// A shadow ray that leaves the vertex; one serves all samples of a light.
+RayRecord ShadowRay(const RayRecord& ray, const SurfacePoint& point)
 {
-    if (!point.virtual_light || GeometryLight.sample == 0 || !HasEmitterList() || ScatterBounces(ray) == 0) return true;
-    if (!IsSpecular(ray.element)) return false;
-    if (ray.element_before == ElementCode::GlossyReflection) return true;
-    const bool after_diffuse =
-        ray.element_before == ElementCode::Lambertian || ray.element_before == ElementCode::Transmissive;
-    return after_diffuse && GeometryLight.photon == 0;
+    RayRecord shadow;
+    shadow.jitter[0]      = ray.jitter[0];
+    shadow.jitter[1]      = ray.jitter[1];
+    shadow.dimension      = ray.dimension;
+    shadow.origin         = point.position;
+    shadow.from_surface   = &point;
+    shadow.from_shader    = ray.hit_shader;
+    shadow.from_primitive = ray.hit_primitive;
+    shadow.from_kind      = ray.hit_kind;
+    shadow.hit_kind       = kNoKind;
+    shadow.element        = ElementCode::Shadow;
+    shadow.element_before = ray.element == ElementCode::Shadow ? ray.element_before : ray.element;
+    shadow.thread         = ray.thread;
+    shadow.is_secondary   = 1;
+    return shadow;
 }
 
-/// Density (1/sr) with which the vertex that the ray left scattered into its direction.
-float ScatterDensity(const RayRecord& ray)
+/// How bright the vertex can be: the branches of a light are spent in proportion.
+float SurfaceMean(const SurfacePoint& point)
 {
-    // The densities of a fibre come with its scattering.
-    if (!ray.from_surface || ray.from_kind == static_cast<std::uint8_t>(PrimitiveKind::Cylinder)) return 0.0f;
-    const SurfacePoint& from = *ray.from_surface;
-    switch (ray.element) {
-    case ElementCode::Lambertian:
-        return Dot(from.normal, ray.direction) * kInvPi;
-    case ElementCode::Transmissive:
-        return -Dot(from.normal, ray.direction) * kInvPi;
-    case ElementCode::GlossyReflection:
-        return WardLobe(from.outgoing, ray.direction, from);
-    default:
-        return 0.0f;
-    }
+    float mean = 0.0f;
+    if (point.has_lambertian) mean = std::max(mean, Mean(point.lambertian));
+    if (point.has_transmissive) mean = std::max(mean, Mean(point.transmissive));
+    if (point.has_glossy) mean = std::max(mean, Mean(point.glossy));
+    return mean;
 }
 
-/// Share of an emission that direct sampling of the emitters leaves to the ray: the balance heuristic (Veach 1995).
-float EmissionWeight(const RayRecord& ray, const SurfacePoint& point)
+/// Calls take(number) for every sample of this frame and returns their mean.
+template <class Take>
+ElementRadiance MeanOfSamples(const RayRecord& ray, const SurfacePoint& point, const LightQuery& query,
+                              const Take& take)
 {
-    if (!(std::fabs(ray.refraction - 1.0f) < 1e-8f) || !(point.cos_outgoing > 0.0f)) return 0.0f;
-    const float scattered = ScatterDensity(ray);
-    if (!(scattered > 0.0f)) return 0.0f;
-    const float area  = GeometryLight.area;
-    const float light = area > 0.0f ? ray.distance * ray.distance / (point.cos_outgoing * area) : 0.0f;
-    if (ScatterBounces(ray) != 1) return scattered / (light + scattered);
-    const float count = static_cast<float>(Settings.RendererSample);
-    return scattered * count / (static_cast<float>(GeometryLight.sample) * light + scattered * count);
+    if (ScatterBounces(ray) > 0 || !query.branches) return take({ray.sample_index, 0});
+    const Branches  branches = SplitBranches(ray, SurfaceMean(point) * Mean(ray.throughput), query.budget);
+    ElementRadiance sum;
+    for (std::uint32_t k = branches.first; k < branches.end; k += branches.stride) sum += take({k, branches.end});
+    Scale(sum, kWhite / static_cast<float>(branches.count));
+    return sum;
 }
 
-/// The channel of a light's AOV that collects what an element brought, compared whole; 0 for none.
-std::uint32_t AOVChannel(ElementCode element)
+/// The same where each sample is received at a place of its own.
+[[gnu::noinline]] ElementRadiance SampleDiffused(const RayRecord& ray, const SurfacePoint& point,
+                                                 const LightQuery& query)
 {
-    switch (element) {
-    case ElementCode::Lambertian:
-        return static_cast<std::uint32_t>(Channel::Lambertian);
-    case ElementCode::Transmissive:
-        return static_cast<std::uint32_t>(Channel::Transmissive);
-    case ElementCode::GlossyReflection:
-    case ElementCode::GlossyRefraction:
-        return static_cast<std::uint32_t>(Channel::Glossy);
-    case ElementCode::SpecularReflection:
-    case ElementCode::SpecularRefraction:
-        return static_cast<std::uint32_t>(Channel::Specular);
-    default:
-        return 0;
-    }
-}
-
-/// What a ray adds to the AOVs of a light that it has met.
-Color AOVShare(const RayRecord& ray, Color light)
-{
-    return light * ray.throughput / static_cast<float>(ray.weight_count);
-}
-
-[[gnu::noinline]] void AddToGeometryAOVs(const RayRecord& ray, Color emission)
-{
-    const std::uint32_t channel = AOVChannel(ray.element);
-    for (CameraAOV& aov : GeometryLightAOVs) {
-        const bool collects = aov.shader == -1 || static_cast<std::uint32_t>(aov.shader) == ray.hit_shader;
-        if (collects && aov.channel == channel) AddToAOV(aov, PixelSlot[ray.thread], AOVShare(ray, emission));
-    }
-}
-
-[[gnu::noinline]] void AddToSkyAOVs(const RayRecord& ray, Color light)
-{
-    if (ray.element < ElementCode::Lambertian) return;
-    for (CameraAOV& aov : SkyLightAOVs) AddToAOV(aov, PixelSlot[ray.thread], AOVShare(ray, light));
-}
-
-/// What the surface itself sends along the ray. A window sends the sky behind it.
-Color OwnEmission(const RayRecord& ray, const SurfacePoint& point)
-{
-    if (point.layer->window) return SkyColor(ray.direction);
-    Color emission;
-    ReadSlot(point.layer->Slot(Element::Emissive), emission, point);
-    return emission;
-}
-
-Color DensityAt(const RayRecord& ray, const SurfacePoint& point)
-{
-    Color density = kBlack;
-    if (!point.use_density) return density;
-    if (point.layer->has_lambertian) density += DensityFront(ray);
-    if (point.layer->has_transmissive) density += DensityBack(ray);
-    return density;
+    RayRecord    shadow = ShadowRay(ray, point);
+    SurfacePoint place  = point;
+    return MeanOfSamples(ray, point, query, [&](SampleNumber number) {
+        DiffusionProbe probe;
+        FindDiffusionProbe(ray, point, probe);
+        place.position         = probe.point.position;
+        place.tangent          = probe.point.tangent;
+        place.bitangent        = probe.point.bitangent;
+        place.normal           = probe.point.normal;
+        place.geometric_normal = probe.point.geometric_normal;
+        shadow.origin          = place.position;
+        shadow.from_primitive  = probe.primitive;
+        shadow.from_kind       = probe.kind;
+        return query.sample({place, probe.weight, false}, number, shadow, query.light);
+    });
 }
 
 }  // namespace
 
-Color SurfaceEmission(const RayRecord& ray, const SurfacePoint& point)
+ElementRadiance SampleLight(const RayRecord& ray, const SurfacePoint& point, const LightQuery& query)
 {
-    Color emission = DensityAt(ray, point);
-    if (!IsLinked(GeometryLight.link_shaders, ray.from_shader)) return emission * point.transmittance;
-    const float weight = IsOnlyWay(ray, point) ? 1.0f : EmissionWeight(ray, point);
-    if (weight > 0.0f) emission += OwnEmission(ray, point) * weight;
-    if (!GeometryLightAOVs.empty()) AddToGeometryAOVs(ray, emission);
-    return emission * point.transmittance;
+    if (!MayScatter(ray)) return {};
+    if (IsFace(ray) && EntersByDiffusion(point)) return SampleDiffused(ray, point, query);
+    RayRecord      shadow = ShadowRay(ray, point);
+    const Receiver at{point, kWhite, IsHair(ray)};
+    return MeanOfSamples(ray, point, query,
+                         [&](SampleNumber number) { return query.sample(at, number, shadow, query.light); });
 }
 
-Color MissRadiance(const RayRecord& ray)
+bool EntersByDiffusion(const SurfacePoint& point)
 {
-    if (!IsLinked(SkyLight.link_shaders, ray.from_shader)) return kBlack;
-    // In full on every path: without importance tables direct lighting takes no share of the sky.
-    const Color light = SkyRadiance(ray);
-    if (!SkyLightAOVs.empty()) AddToSkyAOVs(ray, light);
-    return light;
+    const Color& variance = point.diffusion;
+    return point.has_diffusion && std::min({variance.r, variance.g, variance.b}) > 0.0f;
+}
+
+LightNumbers NumbersOf(const RayRecord& shadow, std::uint32_t k)
+{
+    return {Rotate(RadicalInverse(shadow.dimension, k), shadow.jitter[0]),
+            Rotate(RadicalInverse(shadow.dimension + 1, k), shadow.jitter[1])};
+}
+
+Color Visibility(RayRecord& shadow, Vector d, float distance)
+{
+    shadow.direction = d;
+    shadow.distance  = distance;
+    return TraceOcclusion(shadow) ? kBlack : shadow.throughput;
+}
+
+bool CanReceive(const Receiver& at, Vector d)
+{
+    if (at.is_hair) return true;
+    const float shading = Dot(d, at.point.normal), geometric = Dot(d, at.point.geometric_normal);
+    if (shading > 0.0f && geometric > 0.0f) return at.point.has_lambertian || at.point.has_glossy;
+    return shading < 0.0f && geometric < 0.0f && at.point.has_transmissive;
+}
+
+void AddToLightAOV(CameraAOV& aov, const RayRecord& ray, const SurfacePoint& point, const ElementRadiance& light)
+{
+    const auto has = [&aov](Channel channel) { return (aov.channel & static_cast<std::uint32_t>(channel)) != 0; };
+    const std::uint32_t pixel = PixelSlot[ray.thread];
+    const Color         share = ray.throughput / static_cast<float>(ray.weight_count);
+    if (has(Channel::Lambertian)) AddToAOV(aov, pixel, light.lambertian * point.lambertian * share);
+    if (has(Channel::Transmissive)) AddToAOV(aov, pixel, light.transmissive * point.transmissive * share);
+    if (has(Channel::Glossy)) AddToAOV(aov, pixel, light.glossy * point.glossy * share);
 }
 
 }  // namespace hv
