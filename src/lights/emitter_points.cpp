@@ -181,8 +181,9 @@ void BuildEmitterPoints()
         weights[k]         = Mean(Emitters.points[k].radiance);
     }
     BuildAreaSampler(Emitters.sampler, weights);
+    if (!Emitters.sampler.IsUsable()) return ReleaseEmitterPoints();  // all dark
+    for (std::uint32_t k = 0; k < kEmitterPointCount; ++k) Emitters.points[k].probability = Emitters.sampler.weights[k];
     Emitters.area = root.virtualLightArea;
-    if (!Emitters.sampler.IsUsable()) ReleaseEmitterPoints();  // all dark
 }
 
 void ReleaseEmitterPoints() { Emitters = EmitterList(); }
@@ -191,12 +192,10 @@ bool HasEmitterList() { return !Emitters.points.empty(); }
 
 float EmitterPointArea() { return Emitters.area; }
 
-const EmitterPoint* PickEmitterPoint(float u, float& probability)
+const EmitterPoint* PickEmitterPoint(float u)
 {
     const std::uint32_t index = PickIndex(Emitters.sampler, u);
-    if (index >= Emitters.points.size()) return nullptr;
-    probability = Emitters.sampler.weights[index];
-    return &Emitters.points[index];
+    return index < Emitters.points.size() ? &Emitters.points[index] : nullptr;
 }
 
 }  // namespace hv

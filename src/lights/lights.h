@@ -24,15 +24,16 @@ bool IsLinked(const std::vector<std::uint32_t>& link_shaders, std::uint32_t shad
 
 // ---- Geometry light (geometry_light.cpp, emitter_points.cpp) ----
 
-/// A place on a surface that emits, in world space.
-struct EmitterPoint {
+/// A place on a surface that emits, in world space. Drawn at random, so each has a cache line of its own.
+struct alignas(64) EmitterPoint {
     Vector position;
-    Vector normal;                    ///< unit length, on the side that emits
-    Color  radiance = kBlack;         ///< emitted, times the area that the point stands for over that of an average
-                                      ///< point: 1 but on stretched faces. Black where the place was found dark
-    std::uint32_t shader    = kNone;  ///< of the surface: AOVs of the geometry light may collect one only
-    std::uint32_t primitive = kNone;  ///< index in its part
-    std::uint8_t  kind      = 0;      ///< PrimitiveKind
+    Vector normal;                      ///< unit length, on the side that emits
+    Color  radiance = kBlack;           ///< emitted, times the area that the point stands for over that of an average
+                                        ///< point: 1 but on stretched faces. Black where the place was found dark
+    std::uint32_t shader      = kNone;  ///< of the surface: AOVs of the geometry light may collect one only
+    std::uint32_t primitive   = kNone;  ///< index in its part
+    std::uint8_t  kind        = 0;      ///< PrimitiveKind
+    float         probability = 0.0f;   ///< of being drawn
 };
 
 /// Points of the list.
@@ -42,9 +43,9 @@ inline constexpr int kEmitterPointCount = 18481;
 /// above 0, and when no point of the list emits.
 bool HasEmitterList();
 
-/// Draws a point in proportion to its radiance. u: 0 to 1. `probability` (above 0) is that of the point among all. Null
-/// without a list, and when nothing can be drawn at u.
-const EmitterPoint* PickEmitterPoint(float u, float& probability);
+/// Draws a point in proportion to its radiance; its probability is above 0. u: 0 to 1. Null without a list, and when
+/// nothing can be drawn at u.
+const EmitterPoint* PickEmitterPoint(float u);
 
 /// Area, in square metres, that the points stand for: all surfaces that the root object lists as virtual lights.
 float EmitterPointArea();

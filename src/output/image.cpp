@@ -12,7 +12,6 @@
 namespace hv {
 namespace {
 
-constexpr float         kByteScale    = 0.0039215684f;
 constexpr std::uint64_t kSamplesAWord = 32;
 
 void ReleasePixels(Image& image)

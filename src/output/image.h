@@ -8,6 +8,8 @@
 
 namespace hv {
 
+inline constexpr float kByteScale = 0.0039215684f;  ///< of byte samples, and of 16-bit ones as well
+
 /// A picture in memory. Samples stand row by row, channels interleaved, red first; one of the pixel stores is in use.
 struct Image {
     bool                       loaded = false;

@@ -167,8 +167,6 @@ Bitmap Bitmap::Bytes(int width, int height, int channels)
 
 Bitmap Bitmap::Load(int format, std::span<const std::uint8_t> file)
 {
-    if (format == kAnyFormat) format = FormatOf(file);
-    if (format == kAnyFormat) return Bitmap(nullptr);
     Bitmap     bitmap(AtLibrary([&] {
         FreeImageIO io     = kMemoryCalls;
         MemoryFile  memory = OpenMemory(file, format);
@@ -183,7 +181,7 @@ int Bitmap::FormatOf(std::span<const std::uint8_t> file)
     // Counted from 1, so that what is thrown gives "none".
     return AtLibrary([&] {
                FreeImageIO io     = kMemoryCalls;
-               MemoryFile  memory = OpenMemory(file, kAnyFormat);
+               MemoryFile  memory = OpenMemory(file, kNoFormat);
                return static_cast<int>(FreeImage_GetFileTypeFromHandle(&io, &memory, 0)) + 1;
            }) -
            1;

@@ -32,15 +32,14 @@ public:
     static Bitmap Floats(int width, int height, bool has_alpha);  ///< 3 or 4 floats a pixel
     static Bitmap Bytes(int width, int height, int channels);     ///< 1, 3 or 4 bytes a pixel
 
-    /// Decodes a whole file in the format of this code of the library, without options; kAnyFormat: in the one that the
-    /// library finds in it. Not allocated when that fails. The library is not safe against files that lie: see
-    /// CheckPicture.
+    /// Decodes a whole file in the format of this code of the library, without options. Not allocated when that fails. The
+    /// library is not safe against files that lie: see CheckPicture.
     static Bitmap Load(int format, std::span<const std::uint8_t> file);
 
-    /// Code of the format that the library finds in a file; kAnyFormat for none.
+    /// Code of the format that the library finds in a file; kNoFormat for none.
     static int FormatOf(std::span<const std::uint8_t> file);
 
-    static constexpr int kAnyFormat = -1;
+    static constexpr int kNoFormat = -1;
 
     bool IsAllocated() const { return bitmap_ != nullptr; }
 

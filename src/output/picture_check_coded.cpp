@@ -7,8 +7,6 @@
 namespace hv {
 namespace {
 
-// ---- PNG
-
 constexpr std::uint32_t Tag(const char (&name)[5])
 {
     return static_cast<std::uint32_t>(name[0]) << 24 | static_cast<std::uint32_t>(name[1]) << 16 |
@@ -52,8 +50,6 @@ std::uint64_t CountPngData(ByteReader reader)
     }
     return 0;
 }
-
-// ---- JPEG
 
 struct JpegFrame {
     std::uint32_t width = 0, height = 0;
@@ -153,8 +149,6 @@ std::string WalkJpeg(std::span<std::uint8_t> file, JpegWalk& walk)
     return reader.IsSpent() ? kCutOff : "";
 }
 
-// ---- GIF
-
 /// The longest string that a code of 12 bits can stand for, and a little.
 constexpr std::uint64_t kGifRatio = 2800;
 
@@ -207,8 +201,6 @@ std::string WalkGif(FileBytes file, ByteReader& reader)
     }
     return picture_count > 0 ? "" : "has no pixels";
 }
-
-// ---- PSD
 
 struct PsdHeader {
     std::uint32_t channels = 0, width = 0, height = 0, depth = 0, mode = 0;

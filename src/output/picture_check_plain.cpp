@@ -10,8 +10,6 @@
 namespace hv {
 namespace {
 
-// ---- BMP
-
 struct BmpHeader {
     std::uint32_t data_offset = 0, header_size = 0;
     std::uint32_t width = 0, height = 0, bits = 0, compression = 0, color_count = 0;
@@ -65,8 +63,13 @@ bool IsKnownBmp(const BmpHeader& header)
 
 /// Walks run-length coded rows: pairs of count and value, a count of 0 before a command. All of them must lie inside the
 /// picture, and the last command must be there.
-std::string WalkBmpRuns(ByteReader reader, const BmpHeader& header)
+std::string WalkBmpRuns(FileBytes file, ByteReader reader, const BmpHeader& header)
 {
+    constexpr std::uint64_t kBestRatio = 128;  // 255 pixels for a pair
+
+    // The last command may come early, but then the picture is none.
+    if (static_cast<std::uint64_t>(header.width) * header.height > kBestRatio * file.size())
+        return Overclaim(header.width, header.height, file);
     std::uint64_t x = 0, y = 0;
     while (!reader.IsSpent()) {
         const std::uint32_t count = reader.Byte(), value = reader.Byte();
@@ -90,8 +93,6 @@ std::string WalkBmpRuns(ByteReader reader, const BmpHeader& header)
     }
     return kCutOff;
 }
-
-// ---- Targa
 
 struct TargaHeader {
     std::uint32_t id_length = 0, has_map = 0, type = 0;
@@ -172,8 +173,6 @@ std::string CheckTargaExtension(FileBytes file, const TargaHeader& header)
     return pixels.IsSpent() || width == 0 || height == 0 ? kDamaged : "";
 }
 
-// ---- portable maps
-
 /// The next number of a header of text, past anything else and past comments, which run to the end of their line. The
 /// character behind the number is used up. -1 at the end of the file, for a number that lasts to it or is too large.
 std::int64_t NextNumber(ByteReader& reader)
@@ -203,8 +202,6 @@ std::string CheckTextSamples(ByteReader reader, std::uint64_t wanted)
         if (NextNumber(reader) < 0) return kCutOff;
     return "";
 }
-
-// ---- Radiance
 
 /// The next line without its end; spent at the end of the file and for a line that the library finds too long.
 std::string_view NextLine(FileBytes file, ByteReader& reader)
@@ -281,7 +278,7 @@ std::string CheckBmp(FileBytes file)
                                (header.header_size == kOldBmpHeader ? 3u : 4u)
                          : 0;
     ByteReader pixels(file, std::max<std::size_t>(header.data_offset, header.header_end + palette_bytes));
-    if (header.compression == kBmpRuns8 || header.compression == kBmpRuns4) return WalkBmpRuns(pixels, header);
+    if (header.compression == kBmpRuns8 || header.compression == kBmpRuns4) return WalkBmpRuns(file, pixels, header);
     const std::uint64_t row_bytes = (static_cast<std::uint64_t>(header.width) * header.bits + 31) / 32 * 4;
     pixels.Skip(row_bytes * header.height);
     return pixels.IsSpent() ? kCutOff : "";

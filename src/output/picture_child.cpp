@@ -111,10 +111,10 @@ std::span<const std::byte> BytesOf(const std::string& text)
     return std::as_bytes(std::span(text.data(), text.size()));
 }
 
-/// Bytes of addresses that this process has in use, as the limit counts them.
+/// Bytes of addresses that this process has in use, as the limit counts them; 0 where there is none to be set.
 std::uint64_t AddressesInUse()
 {
-    std::FILE* const file = std::fopen("/proc/self/statm", "r");
+    std::FILE* const file = HV_LIMIT_MEMORY ? std::fopen("/proc/self/statm", "re") : nullptr;
     if (!file) return 0;
     unsigned long pages = 0;
     const int     found = std::fscanf(file, "%lu", &pages);
@@ -134,7 +134,7 @@ void LimitChild(std::uint64_t addresses_in_use)
     const auto seconds = static_cast<std::uint64_t>(PictureChild.seconds);
     Limit(RLIMIT_CPU, seconds, seconds + 1);
     Limit(RLIMIT_CORE, 0, 0);
-    if (HV_LIMIT_MEMORY) {
+    if (addresses_in_use > 0) {
         const std::uint64_t bytes = addresses_in_use + static_cast<std::uint64_t>(PictureChild.megabytes) * kMegabyte;
         Limit(RLIMIT_AS, bytes, bytes);
     }
@@ -144,12 +144,12 @@ void LimitChild(std::uint64_t addresses_in_use)
     omp_set_num_threads(1);
 }
 
-/// Decoders write their complaints past us.
-void SilenceChild()
+/// Decoders write their complaints past us. A host without standard streams may have given their number to our pipe.
+void SilenceChild(int output)
 {
     const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
-    ::dup2(nowhere, STDOUT_FILENO);
-    ::dup2(nowhere, STDERR_FILENO);
+    for (const int stream : {STDOUT_FILENO, STDERR_FILENO})
+        if (stream != output) ::dup2(nowhere, stream);
 }
 
 std::string TryToDecode(Image& image, const std::string& path, PictureDecoder decode)
@@ -168,7 +168,7 @@ std::string TryToDecode(Image& image, const std::string& path, PictureDecoder de
                            std::uint64_t addresses_in_use)
 {
     LimitChild(addresses_in_use);
-    SilenceChild();
+    SilenceChild(output);
     std::string problem = TryToDecode(image, path, decode);
     problem.resize(std::min<std::size_t>(problem.size(), kLongestProblem));
 
@@ -260,7 +260,7 @@ std::string DecodeInChild(Image& image, const std::string& path, PictureDecoder 
 {
     Pipe pipe;
     if (pipe.ends[0] < 0) return "cannot be decoded: no pipe to a child process";
-    const std::uint64_t addresses_in_use = HV_LIMIT_MEMORY ? AddressesInUse() : 0;
+    const std::uint64_t addresses_in_use = AddressesInUse();
     const auto          deadline         = Clock::now() + std::chrono::seconds(PictureChild.seconds);
 
     const pid_t child = ::fork();

@@ -132,7 +132,10 @@ std::string DecodePicture(Image& image, std::span<std::uint8_t> file, bool in_ch
     if (!verdict.problem.empty()) return verdict.problem;
     if (verdict.needs_child && !in_child) return "is of a format that is read in a child process only";
 
-    Bitmap bitmap = Bitmap::Load(static_cast<int>(verdict.format), file);
+    const bool is_found = verdict.format == PictureFormat::Other;
+    const int  format   = is_found ? Bitmap::FormatOf(file) : static_cast<int>(verdict.format);
+    if (format == Bitmap::kNoFormat) return "is of no known picture format";
+    Bitmap bitmap = Bitmap::Load(format, file);
     if (!bitmap.IsAllocated()) return "cannot be decoded";
     if (IsUpsideDown(image.path)) bitmap.FlipVertical();
     return StorePixels(image, bitmap);

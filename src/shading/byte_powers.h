@@ -1,8 +1,8 @@
 #pragma once
 
-namespace hv {
+#include "output/image.h"
 
-inline constexpr float kByteScale = 0.0039215684f;  ///< of byte samples, and of 16-bit ones as well
+namespace hv {
 
 /// 256 floats: entry i is i * kByteScale to the power `gamma`, to the bit what pow gives. One table is kept a gamma; it
 /// stays in place until ReleasePowersOfBytes.

@@ -37,7 +37,7 @@ struct EmitterView {
 };
 
 /// False when the emitter turns its back or cannot be weighed.
-bool ViewEmitter(const EmitterPoint& emitter, float probability, Vector from, EmitterView& view)
+bool ViewEmitter(const EmitterPoint& emitter, Vector from, EmitterView& view)
 {
     const Vector way    = emitter.position - from;
     const float  square = Dot(way, way);
@@ -46,8 +46,8 @@ bool ViewEmitter(const EmitterPoint& emitter, float probability, Vector from, Em
     const float cosine  = -Dot(view.d, emitter.normal);
     if (!(cosine > 0.0f) || !(square > 0.0f)) return false;
     view.density      = square / (cosine * GeometryLight.area);
-    view.over_density = emitter.radiance *
-                        (EmitterPointArea() * cosine / (static_cast<float>(kEmitterPointCount) * square * probability));
+    view.over_density = emitter.radiance * (EmitterPointArea() * cosine /
+                                            (static_cast<float>(kEmitterPointCount) * square * emitter.probability));
     return true;
 }
 
@@ -70,10 +70,9 @@ struct GeometryQuery {
 
 ElementRadiance SampleEmitter(const Receiver& at, SampleNumber number, RayRecord& shadow, const void* light)
 {
-    float                     probability;
-    const EmitterPoint* const emitter = PickEmitterPoint(EmitterNumber(shadow, number), probability);
+    const EmitterPoint* const emitter = PickEmitterPoint(EmitterNumber(shadow, number));
     EmitterView               view;
-    if (!emitter || !ViewEmitter(*emitter, probability, at.point.position, view) || !CanReceive(at, view.d)) return {};
+    if (!emitter || !ViewEmitter(*emitter, at.point.position, view) || !CanReceive(at, view.d)) return {};
 
     const Counts    counts = CountsOf(number);
     const float     own    = counts.light * view.density;
