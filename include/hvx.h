@@ -72,8 +72,9 @@ HV_API int hvxGetParallelLightCount(void);
 
 /** Appends an AOV to a light that collects what the light brings to the picture over one element, by direct lighting as
  *  by rays that meet the light: the element of the last surface before the light. A light that the camera itself sees
- *  counts as specular. So the four elements together are the light's share of the picture, but for what a vertex loses of
- *  its rays: the picture's mean leaves out those that a rough element sends below its own surface, the shares do not.
+ *  counts as specular. So the four elements together are the light's share of the picture: exactly, but where light enters
+ *  by diffusion, where emission or a transmissive element is dimmed by Fresnel's factor (Ior other than 1), in media, and
+ *  where the picture is clamped.
  *  light    handle of a point or parallel light; ignored for the two single lights.
  *  element  Channel Lambertian, Transmissive, Glossy or Specular; any other is refused.
  *  name     path of the picture, written at the end of the render; null or empty: none is written.

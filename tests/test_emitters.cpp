@@ -415,52 +415,6 @@ TEST(Lights, SpotsFadeWithTheAngle)
     EXPECT_EQ(SpotFactor(edge, {0, 0, 1}), 0.0f);
 }
 
-/// Sum of the pixels of all AOVs that four shares of a light have.
-void AddShares(hvxLight kind, std::vector<Color>& sum)
-{
-    for (int aov = 0; aov < 4; ++aov) {
-        hvxImage image{};
-        ASSERT_TRUE(hvxGetLightAOV(kind, 0, aov, &image));
-        for (std::size_t p = 0; p < sum.size(); ++p)
-            sum[p] += Color{image.pixels[3 * p], image.pixels[3 * p + 1], image.pixels[3 * p + 2]};
-    }
-}
-
-// Sample by sample, what the lights bring over each element is what the picture shows.
-TEST(Lights, SharesAddUpToThePicture)
-{
-    constexpr hvxLight kKinds[] = {hvxLight::Sky, hvxLight::Geometry, hvxLight::Point, hvxLight::Parallel};
-    TestScene          scene(2, 8, 8);
-    scene.LookFrom({0, -6, 2}, {0, 0, 1}, 60.0f);
-    const int glossy = scene.AddShader(Element::Lambertian, {0.5f, 0.4f, 0.3f}, Material::Conductor, 1.5f);
-    scene.SetSlot(glossy, Element::Glossy, kWhite);
-    // So narrow a lobe sends no ray below its surface. A lobe's mean is over the rays that were traced, while AOVs know but
-    // the number that were to be.
-    scene.SetSlot(glossy, Element::Roughness, kWhite * 0.02f);
-    const int mirror = scene.AddShader(Element::Specular, kWhite * 0.7f, Material::Conductor, 3.0f);
-    const int leaf   = scene.AddShader(Element::Transmissive, kWhite * 0.6f);
-    scene.AddQuad(glossy, {{-3, -3, 0}, {3, -3, 0}, {3, 3, 0}, {-3, 3, 0}});
-    scene.AddQuad(mirror, {{-3, 3, 0}, {0, 3, 0}, {0, 3, 3}, {-3, 3, 3}});
-    scene.AddQuad(leaf, {{0, 2, 0}, {3, 2, 0}, {3, 2, 3}, {0, 2, 3}});
-    scene.AddQuad(AddLamp(scene, {3, 4, 5}, Sideness::Both), {{-1, 0, 2}, {1, 0, 2}, {1, 1, 3}, {-1, 1, 3}});
-    hvSetRendererBounce(2);
-    hvSetSkyLightColor(0.2f, 0.3f, 0.4f);
-    hvSetGeometryLightSample(4);
-    hvSetPointLightPosition(hvAddPointLight(), 1, -2, 3);
-    hvSetParallelLightDirection(hvAddParallelLight(), -1, -1, -2);
-    for (const hvxLight kind : kKinds)
-        for (const Channel lobe : {Channel::Lambertian, Channel::Transmissive, Channel::Glossy, Channel::Specular})
-            ASSERT_GE(hvxAddLightShare(kind, 0, lobe, nullptr), 0);
-
-    const std::vector<Color> picture = scene.Render();
-    std::vector<Color>       sum(picture.size());
-    for (const hvxLight kind : kKinds) AddShares(kind, sum);
-    for (std::size_t p = 0; p < sum.size(); ++p) {
-        EXPECT_GT(MaxChannel(picture[p]), 0.0f);
-        ExpectColor(sum[p], picture[p], 1e-4f * (1 + MaxChannel(picture[p])));
-    }
-}
-
 TEST(Lights, SharesEndWithTheirSession)
 {
     EXPECT_EQ(hvxGetPointLightCount() + hvxGetParallelLightCount(), 0);

@@ -40,6 +40,7 @@ struct RayRecord {
     const Part*         hit_part        = nullptr;
     float               refraction      = 1.0f;  ///< product of the relative indices of refraction crossed so far
     std::uint32_t       weight_count    = 1;     ///< every AOV contribution is divided by it
+    float               share_gain      = 1.0f;  ///< shares of lights: makes up for branches lost below the surface
     std::uint32_t       hit_shader      = 0;
     std::uint32_t       hit_primitive   = kNone;
     std::uint32_t       from_shader     = kNone;

@@ -19,6 +19,9 @@ void FinalizeSkyLight();
 void FinalizeGeometryLight();
 void FinalizeGaffer();
 
+/// Whether any light has an AOV that collects its share of the picture.
+bool CollectsLightShares();
+
 /// Whether a link list lets a light act on a shader: an empty list does.
 bool IsLinked(const std::vector<std::uint32_t>& link_shaders, std::uint32_t shader);
 

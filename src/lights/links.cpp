@@ -21,6 +21,15 @@ bool IsLinked(const std::vector<std::uint32_t>& link_shaders, std::uint32_t shad
     return link_shaders.empty() || std::find(link_shaders.begin(), link_shaders.end(), shader) != link_shaders.end();
 }
 
+bool CollectsLightShares()
+{
+    const auto collects   = [](const CameraAOV& aov) { return aov.is_share; };
+    const auto any        = [&](const std::vector<CameraAOV>& aovs) { return std::ranges::any_of(aovs, collects); };
+    const auto any_of_its = [&](const Light& light) { return any(light.aovs); };
+    return any(SkyLightAOVs) || any(GeometryLightAOVs) || std::ranges::any_of(PointLights, any_of_its) ||
+           std::ranges::any_of(ParallelLights, any_of_its);
+}
+
 void PrepareLightAOVs(std::vector<CameraAOV>& aovs)
 {
     const Camera* camera = ActiveCamera();

@@ -195,6 +195,9 @@ struct Surface {
     }
 };
 
+template <class Texels>
+Surface(const Texels&, const Image&, const ShaderElement&) -> Surface<Texels>;
+
 // ---- The lookup ----
 
 enum : std::uint8_t { kNearest, kStochastic, kBilinear };

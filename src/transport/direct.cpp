@@ -4,6 +4,7 @@
 #include "output/output.h"
 #include "session/sampling.h"
 #include "session/settings.h"
+#include "transport/aov_weight.h"
 #include "transport/branches.h"
 #include "transport/diffusion.h"
 
@@ -137,7 +138,7 @@ void AddToLightAOV(CameraAOV& aov, const RayRecord& ray, const SurfacePoint& poi
 {
     const auto has = [&aov](Channel channel) { return (aov.channel & static_cast<std::uint32_t>(channel)) != 0; };
     const std::uint32_t pixel = PixelSlot[ray.thread];
-    const Color         share = ray.throughput / static_cast<float>(ray.weight_count);
+    const Color         share = AOVWeight(aov, ray);
     if (has(Channel::Lambertian)) AddToAOV(aov, pixel, light.lambertian * point.lambertian * share);
     if (has(Channel::Transmissive)) AddToAOV(aov, pixel, light.transmissive * point.transmissive * share);
     if (has(Channel::Glossy)) AddToAOV(aov, pixel, light.glossy * point.glossy * share);

@@ -2,6 +2,7 @@
 #include "output/output.h"
 #include "session/settings.h"
 #include "shading/shading.h"
+#include "transport/aov_weight.h"
 #include "transport/branches.h"
 #include "transport/hair.h"
 #include "transport/transport.h"
@@ -111,12 +112,6 @@ std::uint32_t AOVChannel(ElementCode element)
     }
 }
 
-/// What a ray adds to the AOVs of a light that it has met.
-Color AOVShare(const RayRecord& ray, Color light)
-{
-    return light * ray.throughput / static_cast<float>(ray.weight_count);
-}
-
 /// Whether an AOV of the geometry light collects what `channel` brought: a share by bit, any other by the whole value.
 bool Collects(const CameraAOV& aov, std::uint32_t channel)
 {
@@ -128,7 +123,7 @@ bool Collects(const CameraAOV& aov, std::uint32_t channel)
     const std::uint32_t channel = AOVChannel(ray.element);
     for (CameraAOV& aov : GeometryLightAOVs) {
         const bool any_shader = aov.shader == -1 || static_cast<std::uint32_t>(aov.shader) == ray.hit_shader;
-        if (any_shader && Collects(aov, channel)) AddToAOV(aov, PixelSlot[ray.thread], AOVShare(ray, emission));
+        if (any_shader && Collects(aov, channel)) AddToAOV(aov, PixelSlot[ray.thread], emission * AOVWeight(aov, ray));
     }
 }
 
@@ -138,7 +133,7 @@ bool Collects(const CameraAOV& aov, std::uint32_t channel)
     const std::uint32_t channel = AOVChannel(ray.element);
     if (channel == 0) return;
     for (CameraAOV& aov : SkyLightAOVs)
-        if (!aov.is_share || Collects(aov, channel)) AddToAOV(aov, PixelSlot[ray.thread], AOVShare(ray, light));
+        if (!aov.is_share || Collects(aov, channel)) AddToAOV(aov, PixelSlot[ray.thread], light * AOVWeight(aov, ray));
 }
 
 /// What the surface itself sends along the ray. A window sends the sky behind it.

@@ -1,4 +1,5 @@
 #include "base/constants.h"
+#include "lights/lights.h"
 #include "session/sampling.h"
 #include "transport/branches.h"
 #include "transport/diffusion.h"
@@ -34,14 +35,24 @@ struct Tally {
     Color Mean() const { return traced > 0 ? sum / static_cast<float>(traced) : sum; }
 };
 
-/// A child of branch k, one of `branches.count` in this frame.
+/// A child of branch k, one of `branches.count` in this frame, of which `gain` tells how many are lost.
 RayRecord SpawnBranch(const RayRecord& ray, const SurfacePoint& point, const Branches& branches, std::uint32_t k,
-                      ElementCode element, Vector direction, Color throughput)
+                      ElementCode element, Vector direction, Color throughput, float gain = 1.0f)
 {
     RayRecord child    = SpawnChild(ray, point, element, direction, throughput);
     child.sample_index = k;
     child.weight_count *= branches.count;
+    child.share_gain *= gain;
     return child;
+}
+
+/// The picture takes the mean over the rays that a vertex traces, AOVs divide by all of its branches. Shares of lights are
+/// to add up to the picture, so the difference has to be known before the first ray goes out; nothing else asks for it.
+bool NeedsGain(const Branches& branches) { return branches.count > 1 && CollectsLightShares(); }
+
+float GainOf(const Branches& branches, int traced)
+{
+    return traced > 0 ? static_cast<float>(branches.count) / static_cast<float>(traced) : 1.0f;
 }
 
 /// One cosine lobe: above the surface (side 1) or through it (side -1).
@@ -49,16 +60,34 @@ struct CosineLobe {
     ElementCode element;
     float       side;
     Color       throughput;
+    float       gain = 1.0f;
 };
+
+/// Direction of branch k; false when it is lost, as the shading normal may lean over the true surface.
+bool DrawCosine(const RayRecord& ray, const SurfacePoint& point, const CosineLobe& lobe, const Branches& branches,
+                std::uint32_t k, Vector& direction)
+{
+    const NumberPair u = PairOf(ray, branches.dimension, k);
+    direction          = SampleCosine(point, u.a, u.b, lobe.side);
+    return lobe.side * Dot(direction, point.geometric_normal) > 0.0f;
+}
+
+[[gnu::noinline]] float CosineGain(const RayRecord& ray, const SurfacePoint& point, const CosineLobe& lobe,
+                                   const Branches& branches)
+{
+    int    traced = 0;
+    Vector direction;
+    for (std::uint32_t k = branches.first; k < branches.end; k += branches.stride)
+        traced += DrawCosine(ray, point, lobe, branches, k, direction) ? 1 : 0;
+    return GainOf(branches, traced);
+}
 
 [[gnu::noinline]] void TraceCosine(const RayRecord& ray, const SurfacePoint& point, const CosineLobe& lobe,
                                    const Branches& branches, std::uint32_t k, Tally& tally)
 {
-    const NumberPair u         = PairOf(ray, branches.dimension, k);
-    const Vector     direction = SampleCosine(point, u.a, u.b, lobe.side);
-    // The shading normal may lean over the true surface.
-    if (!(lobe.side * Dot(direction, point.geometric_normal) > 0.0f)) return;
-    RayRecord child = SpawnBranch(ray, point, branches, k, lobe.element, direction, lobe.throughput);
+    Vector direction;
+    if (!DrawCosine(ray, point, lobe, branches, k, direction)) return;
+    RayRecord child = SpawnBranch(ray, point, branches, k, lobe.element, direction, lobe.throughput, lobe.gain);
     tally.sum += Radiance(child);
     ++tally.traced;
 }
@@ -82,13 +111,14 @@ struct CosineLobe {
 
 /// Light over a cosine lobe of a surface. Directions are drawn with density cos / pi (1/sr), which cancels the cosine and
 /// the 1/pi of the lobe: each child counts with weight one.
-Color ScatterCosine(const RayRecord& ray, const SurfacePoint& point, const CosineLobe& lobe)
+Color ScatterCosine(const RayRecord& ray, const SurfacePoint& point, CosineLobe lobe)
 {
     if (!IsPresent(lobe.throughput) || !MayScatter(ray)) return kBlack;
     const Branches branches = SplitBranches(ray, Mean(lobe.throughput), Settings.RendererSample);
     // Diffusion acts at the first scattering of a path only, and on reflection only.
     const bool diffused = point.has_diffusion && lobe.element == ElementCode::Lambertian && ScatterBounces(ray) == 0;
     Tally      tally;
+    if (!diffused && NeedsGain(branches)) lobe.gain = CosineGain(ray, point, lobe, branches);
     for (std::uint32_t k = branches.first; k < branches.end; k += branches.stride)
         (diffused ? TraceDiffused : TraceCosine)(ray, point, lobe, branches, k, tally);
     return (tally.Mean() + CausticEstimate(ray, point)) * point.transmittance;
@@ -128,44 +158,73 @@ bool RefractBelow(const RayRecord& ray, const SurfacePoint& point, Vector normal
     return !total && Dot(out, point.geometric_normal) < -1e-8f;
 }
 
-[[gnu::noinline]] void TraceGlossyRefraction(const RayRecord& ray, const SurfacePoint& point, const Branches& branches,
-                                             std::uint32_t k, Vector direction, Color throughput, Tally& tally)
-{
-    RayRecord child  = SpawnBranch(ray, point, branches, k, ElementCode::GlossyRefraction, direction,
-                                   throughput * point.transmittance);
-    child.refraction = RefractionBehind(ray, point.eta);
-    tally.sum += Radiance(child) * point.transmittance;
-    ++tally.traced;
-}
+/// One sample of the glossy lobe: a half vector splits the ray as a mirror would be split at its normal.
+struct GlossySample {
+    Vector reflected, refracted;
+    bool   reflects, refracts;
+    bool   total = false;  ///< all is reflected
+};
 
-[[gnu::noinline]] void TraceGlossyReflection(const RayRecord& ray, const SurfacePoint& point, const Branches& branches,
-                                             std::uint32_t k, Vector direction, Color throughput, float weight,
-                                             Tally& tally)
-{
-    RayRecord child =
-        SpawnBranch(ray, point, branches, k, ElementCode::GlossyReflection, direction, throughput * weight);
-    tally.sum += Radiance(child) * weight;
-    ++tally.traced;
-}
-
-/// Splits one sample at a half vector of the lobe, as a mirror would be split at its normal.
-void TraceGlossy(const RayRecord& ray, const SurfacePoint& point, const Branches& branches, std::uint32_t k,
-                 Color throughput, Tally& reflected, Tally& refracted)
+GlossySample DrawGlossy(const RayRecord& ray, const SurfacePoint& point, const Branches& branches, std::uint32_t k)
 {
     const NumberPair u    = PairOf(ray, branches.dimension, k);
     const Vector     half = SampleWardHalf(point, u.a, u.b);
     const float      c    = -Dot(ray.direction, half);
+    GlossySample     sample;
+    sample.refracts =
+        point.material == Material::Dielectric && RefractBelow(ray, point, half, c, sample.refracted, sample.total);
+    sample.reflected = Mirror(ray.direction, half, c);
+    sample.reflects  = Dot(sample.reflected, point.geometric_normal) > 0.0f;
+    return sample;
+}
 
-    bool total = false;
-    if (point.material == Material::Dielectric) {
-        Vector direction;
-        if (RefractBelow(ray, point, half, c, direction, total))
-            TraceGlossyRefraction(ray, point, branches, k, direction, throughput, refracted);
+/// One side of the glossy lobe.
+struct GlossySide {
+    Tally tally;
+    float gain = 1.0f;
+};
+
+[[gnu::noinline]] void FindGlossyGains(const RayRecord& ray, const SurfacePoint& point, const Branches& branches,
+                                       GlossySide& reflected, GlossySide& refracted)
+{
+    int reflections = 0, refractions = 0;
+    for (std::uint32_t k = branches.first; k < branches.end; k += branches.stride) {
+        const GlossySample sample = DrawGlossy(ray, point, branches, k);
+        reflections += sample.reflects ? 1 : 0;
+        refractions += sample.refracts ? 1 : 0;
     }
-    const Vector mirrored = Mirror(ray.direction, half, c);
-    if (Dot(mirrored, point.geometric_normal) > 0.0f)
-        TraceGlossyReflection(ray, point, branches, k, mirrored, throughput, total ? 1.0f : point.reflectance,
-                              reflected);
+    reflected.gain = GainOf(branches, reflections);
+    refracted.gain = GainOf(branches, refractions);
+}
+
+[[gnu::noinline]] void TraceGlossyRefraction(const RayRecord& ray, const SurfacePoint& point, const Branches& branches,
+                                             std::uint32_t k, Vector direction, Color throughput, GlossySide& side)
+{
+    RayRecord child  = SpawnBranch(ray, point, branches, k, ElementCode::GlossyRefraction, direction,
+                                   throughput * point.transmittance, side.gain);
+    child.refraction = RefractionBehind(ray, point.eta);
+    side.tally.sum += Radiance(child) * point.transmittance;
+    ++side.tally.traced;
+}
+
+[[gnu::noinline]] void TraceGlossyReflection(const RayRecord& ray, const SurfacePoint& point, const Branches& branches,
+                                             std::uint32_t k, Vector direction, Color throughput, float weight,
+                                             GlossySide& side)
+{
+    RayRecord child =
+        SpawnBranch(ray, point, branches, k, ElementCode::GlossyReflection, direction, throughput * weight, side.gain);
+    side.tally.sum += Radiance(child) * weight;
+    ++side.tally.traced;
+}
+
+void TraceGlossy(const RayRecord& ray, const SurfacePoint& point, const Branches& branches, std::uint32_t k,
+                 Color throughput, GlossySide& reflected, GlossySide& refracted)
+{
+    const GlossySample sample = DrawGlossy(ray, point, branches, k);
+    if (sample.refracts) TraceGlossyRefraction(ray, point, branches, k, sample.refracted, throughput, refracted);
+    if (!sample.reflects) return;
+    const float weight = sample.total ? 1.0f : point.reflectance;
+    TraceGlossyReflection(ray, point, branches, k, sample.reflected, throughput, weight, reflected);
 }
 
 [[gnu::noinline]] Color TraceSpecularRefraction(const RayRecord& ray, const SurfacePoint& point, Vector direction,
@@ -212,10 +271,11 @@ Color ScatterGlossy(const RayRecord& ray, const SurfacePoint& point)
     if (IsHair(ray)) return kBlack;  // the lobes of a fibre are not built yet
     const float    mean     = Mean(throughput) * std::max(point.transmittance, point.reflectance);
     const Branches branches = SplitBranches(ray, mean, Settings.RendererSample);
-    Tally          reflected, refracted;
+    GlossySide     reflected, refracted;
+    if (NeedsGain(branches)) FindGlossyGains(ray, point, branches, reflected, refracted);
     for (std::uint32_t k = branches.first; k < branches.end; k += branches.stride)
         TraceGlossy(ray, point, branches, k, throughput, reflected, refracted);
-    return reflected.Mean() + refracted.Mean();
+    return reflected.tally.Mean() + refracted.tally.Mean();
 }
 
 Color ScatterSpecular(const RayRecord& ray, const SurfacePoint& point)

@@ -62,6 +62,7 @@ RayRecord SpawnChild(const RayRecord& parent, const SurfacePoint& point, Element
     child.from_surface     = &point;
     child.refraction       = parent.refraction;
     child.weight_count     = parent.weight_count;
+    child.share_gain       = parent.share_gain;
     child.from_shader      = parent.hit_shader;
     child.from_primitive   = parent.hit_primitive;
     child.from_kind        = parent.hit_kind;
