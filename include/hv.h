@@ -14,9 +14,8 @@
  *  count that does not fit is ignored; an hvAdd... function then returns -1. Lengths are metres, angles degrees, colours
  *  linear RGB. Additions to this interface live in hvx.h.
  *
- *  The interface is whole; some of what it stores takes effect in later releases: the preview window, images of slots, sky
- *  and displacement, displacement itself, smoothing by angle, samples and light of the point, parallel, sky and geometry
- *  light, photons, density cells and hair. The table in README.md tells what works.
+ *  The interface is whole; some of what it stores takes effect in later releases: the preview window, displacement,
+ *  smoothing by angle, photons, density cells and hair. The table in README.md tells what works.
  */
 #ifndef HV_H
 #define HV_H
@@ -283,13 +282,18 @@ HV_API void hvSetShaderTime(int shader, float time);           /**< does nothing
 HV_API int  hvAddSurfaceShader(int shader);
 HV_API void hvSetSurfaceSideness(int shader, int layer, enum Sideness sideness);
 HV_API void hvSetSurfaceMaterial(int shader, int layer, enum Material material);
+
+/** Whether the geometry light may sample the emission of this layer; else rays alone find it. Default: false. */
 HV_API void hvSetSurfaceVirtualLight(int shader, int layer, bool on);
 
 /** Colour of a slot; with an image it multiplies the texture. */
 HV_API void hvSetSurfaceColor(int shader, int layer, enum Element element, float r, float g, float b);
 
-/** Image of a slot. gamma: texels are raised to it. Matrices, row-major, are stored when not null; only scene files can
- *  put matrices into effect. */
+/** Image of a slot: a picture file, looked for as it stands and in the folders of the scene; null or empty takes it away.
+ *  u = 0 is its left edge and v = 0 its lowest row (of a file with ".hdr" in its path the topmost). Bytes become 0 to 1,
+ *  16-bit samples take the scale of a byte. gamma: texels are raised to it, 2.2 for ordinary pictures. A Normal slot reads
+ *  2 c - 1 as a direction in the tangent frame. A file that is missing or broken prints an error line, and the slot keeps
+ *  its colour. Matrices, row-major, are stored when not null; only scene files can put matrices into effect. */
 HV_API void hvSetSurfaceImage(int shader, int layer, enum Element element, const char* path, float gamma,
                               const float (*color_matrix)[4], const float (*uv_matrix)[3]);
 
@@ -336,31 +340,46 @@ HV_API int hvAddInstance(int object);
  *  shader: overrides the shaders of all that is placed; a value that names no shader, such as -1, overrides nothing. */
 HV_API void hvSetInstance(int object, int instance, int target_object, const float (*matrix)[4], int shader);
 
-/* ---- Point lights ---- */
+/* ---- Point lights. The light that a surface reflects is its colour times that of the light, times the cosine, over the
+ *      square of the distance: no factor 1 / pi. ---- */
 
-HV_API int  hvAddPointLight(void);
-HV_API void hvSetPointLightPosition(int light, float x, float y, float z);
-HV_API void hvSetPointLightDirection(int light, float x, float y, float z);
-HV_API void hvSetPointLightColor(int light, float r, float g, float b);
-HV_API void hvSetPointLightPhoton(int light, int count);
+HV_API int  hvAddPointLight(void);                                          /**< returns its handle */
+HV_API void hvSetPointLightPosition(int light, float x, float y, float z);  /**< metres. Default: 0 0 0 */
+HV_API void hvSetPointLightDirection(int light, float x, float y, float z); /**< axis of the cone. Default: 0 1 0 */
+HV_API void hvSetPointLightColor(int light, float r, float g, float b);     /**< default 1 1 1 */
+HV_API void hvSetPointLightPhoton(int light, int count);                    /**< photons to cast. Default: 0 */
+
+/** Shadow rays of a first vertex over the whole render, where the light has a blur. At least one a frame. Default: 1. */
 HV_API void hvSetPointLightSample(int light, int count);
-HV_API void hvSetPointLightBlur(int light, float radius);
+HV_API void hvSetPointLightBlur(int light, float radius); /**< of the sphere that shines, metres. Default: 0, a point */
+
+/** Narrows the cosine c of a light without blur, and of all at later vertices, to (c - offset) / (1 - offset), so that
+ *  surfaces seen edge-on from the light stay dark. Below 1. Default: 0.1; 0 gives the plain cosine. */
 HV_API void hvSetPointLightOffset(int light, float offset);
+
+/** Angles from the axis, degrees: full light up to the inner one, none from the outer one on, linear between. Defaults: 0
+ *  and 180, so that a light fades all the way from its axis to the opposite direction. For light all around set both to
+ *  angles above 180, such as 180.5 and 181. */
 HV_API void hvSetPointLightInnerAngle(int light, float degrees);
 HV_API void hvSetPointLightOuterAngle(int light, float degrees);
+
+/** AOVs of a light collect what direct lighting by it brings; channels Lambertian, Transmissive and Glossy, of which each
+ *  call adds one to the set. hvxAddLightShare splits whole pictures by light. */
 HV_API int  hvAddPointLightAOV(int light);
 HV_API void hvSetPointLightAOVName(int light, int aov, const char* path);
-HV_API void hvSetPointLightAOVChannel(int light, int aov, enum Channel channel); /**< adds to the set */
+HV_API void hvSetPointLightAOVChannel(int light, int aov, enum Channel channel);
 HV_API void hvSetPointLightShaderLink(int light, int shader); /**< appends; no link lights everything */
 
-/* ---- Parallel lights ---- */
+/* ---- Parallel lights: a sun. The setters are those of point lights. ---- */
 
 HV_API int  hvAddParallelLight(void);
-HV_API void hvSetParallelLightDirection(int light, float x, float y, float z);
-HV_API void hvSetParallelLightColor(int light, float r, float g, float b);
+HV_API void hvSetParallelLightDirection(int light, float x, float y,
+                                        float z);                          /**< along which it shines; must be set */
+HV_API void hvSetParallelLightColor(int light, float r, float g, float b); /**< irradiance, head-on. Default: 1 1 1 */
 HV_API void hvSetParallelLightPhoton(int light, int count);
 HV_API void hvSetParallelLightSample(int light, int count);
-HV_API void hvSetParallelLightBlur(int light, float degrees);
+HV_API void hvSetParallelLightBlur(int   light,
+                                   float degrees); /**< half-angle of the sun's disc; 0.27 for ours. Default: 0 */
 HV_API void hvSetParallelLightOffset(int light, float offset);
 HV_API int  hvAddParallelLightAOV(int light);
 HV_API void hvSetParallelLightAOVName(int light, int aov, const char* path);
@@ -369,22 +388,36 @@ HV_API void hvSetParallelLightShaderLink(int light, int shader);
 
 /* ---- Sky light: one, global ---- */
 
+/** Picture of the sky: longitude by latitude, the zenith at the first row in memory, which is the top of a file with ".hdr"
+ *  in its path and the bottom of any other. u = 1 - (pi + atan2(y, x)) / 2 pi, with y towards north, z to the zenith and
+ *  x = zenith x north. It is multiplied by the colour and sampled by brightness. Without one, or with one that cannot be
+ *  read (an error line), the sky has its colour all around. */
 HV_API void hvSetSkyLightImage(const char* path);
-HV_API void hvSetSkyLightBackdrop(const char* path);
-HV_API void hvSetSkyLightPhoton(int count);                 /**< default 1000000 */
-HV_API void hvSetSkyLightSample(int count);                 /**< default 64 */
+HV_API void hvSetSkyLightBackdrop(const char* path); /**< picture behind the scene, seen by camera rays alone */
+HV_API void hvSetSkyLightPhoton(int count);          /**< default 1000000 */
+
+/** Shadow rays of a first vertex over the whole render, drawn from the picture. 0 leaves it to scattered rays, as does a
+ *  sky without a picture. Default: 64. */
+HV_API void hvSetSkyLightSample(int count);
 HV_API void hvSetSkyLightColor(float r, float g, float b);  /**< default 0.75 each; black turns the sky off */
-HV_API void hvSetSkyLightNorth(float x, float y, float z);  /**< default 0 1 0 */
+HV_API void hvSetSkyLightNorth(float x, float y, float z);  /**< default 0 1 0; made perpendicular to the zenith */
 HV_API void hvSetSkyLightZenith(float x, float y, float z); /**< default 0 0 1 */
+
+/** Appends to the shaders that the sky acts on. A list hides the sky from the camera. */
 HV_API void hvSetSkyLightShaderLink(int shader);
 HV_API int  hvAddSkyLightAOV(void);
 HV_API void hvSetSkyLightAOVName(int aov, const char* path);
-HV_API void hvSetSkyLightAOVChannel(int aov, enum Channel channel);
+HV_API void hvSetSkyLightAOVChannel(int aov, enum Channel channel); /**< rays that meet the sky feed all of its AOVs */
 
-/* ---- Geometry light: all emissive surfaces together ---- */
+/* ---- Geometry light: all emissive surfaces together. Of those whose layers are virtual lights it keeps 18481 points, from
+ *      which direct lighting draws. ---- */
 
 HV_API void hvSetGeometryLightPhoton(int count); /**< default 1000000 */
-HV_API void hvSetGeometryLightSample(int count); /**< default 0 */
+
+/** Shadow rays of a first vertex over the whole render. 0, the default, leaves all emission to scattered rays. */
+HV_API void hvSetGeometryLightSample(int count);
+
+/** Appends to the shaders that emitters act on. A list hides them from the camera. */
 HV_API void hvSetGeometryLightShaderLink(int shader);
 HV_API int  hvAddGeometryLightAOV(void);
 HV_API void hvSetGeometryLightAOVName(int aov, const char* path);
