@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
 """Writes the geometry of the sample scenes under scenes/. The same numbers come out every time.
 
-The OBJ files and scenes/forest/geometry/trees.hv are its output and are kept beside the hand-written .hv files, so that
-rendering needs no Python. Lengths are metres, y is up. Instances are placed by rotation and translation only: distances
-along a ray are those of the space it is walked in.
+The OBJ files and the .hv files that say so in their first line are its output and are kept beside the hand-written .hv
+files, so that rendering needs no Python. tools/make_textures.py draws the pictures. Lengths are metres, y is up.
+Instances are placed by rotation and translation only: distances along a ray are those of the space it is walked in.
 """
 
 import math
@@ -11,101 +11,9 @@ import pathlib
 import random
 import sys
 
-
-class Mesh:
-    """Vertices, normals and faces of one OBJ file, grouped by shader name."""
-
-    def __init__(self, decimals=3):
-        self.decimals = decimals
-        self.lines = []
-        self.vertex_count = 0
-        self.normal_count = 0
-
-    def shader(self, name):
-        self.lines.append(f"usemtl {name}")
-
-    def face(self, corners, normals=None):
-        """One polygon, counter-clockwise seen from its front."""
-        first = self.vertices(corners)
-        if normals:
-            first_normal = self.normals(normals)
-            self.index_face([(first + i, first_normal + i) for i in range(len(corners))])
-        else:
-            self.index_face([(first + i, None) for i in range(len(corners))])
-
-    def vertices(self, points):
-        """Appends points and returns the OBJ number of the first."""
-        self.lines += ["v " + numbers(p, self.decimals) for p in points]
-        self.vertex_count += len(points)
-        return self.vertex_count - len(points) + 1
-
-    def normals(self, directions):
-        self.lines += ["vn " + numbers(d, 3) for d in directions]
-        self.normal_count += len(directions)
-        return self.normal_count - len(directions) + 1
-
-    def index_face(self, corners):
-        self.lines.append("f " + " ".join(str(v) if n is None else f"{v}//{n}" for v, n in corners))
-
-    def box(self, low, high, inward=False):
-        """Six axis-parallel squares, seen from outside or from inside."""
-        x0, y0, z0 = low
-        x1, y1, z1 = high
-        first = self.vertices([(x, y, z) for z in (z0, z1) for y in (y0, y1) for x in (x0, x1)])
-        for side in ((0, 2, 3, 1), (4, 5, 7, 6), (0, 1, 5, 4), (2, 6, 7, 3), (0, 4, 6, 2), (1, 3, 7, 5)):
-            self.index_face([(first + i, None) for i in (reversed(side) if inward else side)])
-
-    def write(self, path):
-        path.parent.mkdir(parents=True, exist_ok=True)
-        path.write_text("\n".join(self.lines) + "\n")
-
-
-def numbers(values, decimals):
-    texts = (f"{v:.{decimals}f}".rstrip("0").rstrip(".") for v in values)
-    return " ".join("0" if t == "-0" else t for t in texts)
-
-
-def normalized(v):
-    length = math.sqrt(sum(c * c for c in v))
-    return tuple(c / length for c in v)
-
-
-def icosphere(levels):
-    """Unit sphere of 20 * 4^levels triangles: points and index triples, counter-clockwise seen from outside."""
-    g = (1 + math.sqrt(5)) / 2
-    points = [normalized(p) for p in (
-        (-1, g, 0), (1, g, 0), (-1, -g, 0), (1, -g, 0), (0, -1, g), (0, 1, g),
-        (0, -1, -g), (0, 1, -g), (g, 0, -1), (g, 0, 1), (-g, 0, -1), (-g, 0, 1))]
-    faces = [(0, 11, 5), (0, 5, 1), (0, 1, 7), (0, 7, 10), (0, 10, 11), (1, 5, 9), (5, 11, 4), (11, 10, 2), (10, 7, 6),
-             (7, 1, 8), (3, 9, 4), (3, 4, 2), (3, 2, 6), (3, 6, 8), (3, 8, 9), (4, 9, 5), (2, 4, 11), (6, 2, 10),
-             (8, 6, 7), (9, 8, 1)]
-    for _ in range(levels):
-        middles = {}
-
-        def middle(a, b):
-            key = (min(a, b), max(a, b))
-            if key not in middles:
-                points.append(normalized(tuple(points[a][i] + points[b][i] for i in range(3))))
-                middles[key] = len(points) - 1
-            return middles[key]
-
-        split = []
-        for a, b, c in faces:
-            ab, bc, ca = middle(a, b), middle(b, c), middle(c, a)
-            split += [(a, ab, ca), (b, bc, ab), (c, ca, bc), (ab, bc, ca)]
-        faces = split
-    return points, faces
-
-
-def ball(levels, radius):
-    """A sphere around the origin with smooth normals and no shader of its own: instances bring theirs."""
-    mesh = Mesh(4)
-    points, faces = icosphere(levels)
-    mesh.vertices([tuple(radius * c for c in p) for p in points])
-    mesh.normals(points)
-    for face in faces:
-        mesh.index_face([(i + 1, i + 1) for i in face])
-    return mesh
+from indoor_scenes import write_pane, write_plates, write_study, write_tinted
+from meadow_scene import write_meadow
+from scene_mesh import Mesh, ball, cross, normalized, numbers
 
 
 def room():
@@ -146,7 +54,7 @@ def cone(mesh, sides, radius, low, high, lean):
         rim.append((r * math.cos(angle), low - 0.06 * (i % 2), -r * math.sin(angle)))
     first = mesh.vertices(rim + [(0, high, 0)])
     for i in range(sides):
-        mesh.index_face([(first + i, None), (first + (i + 1) % sides, None), (first + sides, None)])
+        mesh.index_face([(first + i, None, None), (first + (i + 1) % sides, None, None), (first + sides, None, None)])
 
 
 def fir(height, tiers, rng):
@@ -175,8 +83,7 @@ def broadleaf(height, leaves, rng):
         # A leaf clump lies across the direction to the crown's middle.
         dot = sum(a * b for a, b in zip(side, outward))
         side = normalized([s - dot * o + 0.3 * rng.gauss(0, 1) for s, o in zip(side, outward)])
-        up = [outward[1] * side[2] - outward[2] * side[1], outward[2] * side[0] - outward[0] * side[2],
-              outward[0] * side[1] - outward[1] * side[0]]
+        up = cross(outward, side)
         size = 0.085 * height * rng.uniform(0.7, 1.2)
         mesh.face([[c + size * (a * s + b * u) for c, s, u in zip(centre, side, up)]
                    for a, b in ((-0.6, -0.5), (0.6, -0.5), (0, 0.9))])
@@ -205,8 +112,8 @@ def ground(size, cells):
         for i in range(cells):
             a = j * (cells + 1) + i + 1
             b = a + cells + 1
-            mesh.index_face([(a, a), (b, b), (b + 1, b + 1)])
-            mesh.index_face([(a, a), (b + 1, b + 1), (a + 1, a + 1)])
+            mesh.index_face([(a, None, a), (b, None, b), (b + 1, None, b + 1)])
+            mesh.index_face([(a, None, a), (b + 1, None, b + 1), (a + 1, None, a + 1)])
     return mesh
 
 
@@ -242,6 +149,12 @@ def main():
         mesh.write(scenes / f"forest/geometry/{name}.obj")
     ground(34, 14).write(scenes / "forest/geometry/ground.obj")
     (scenes / "forest/geometry/trees.hv").write_text(forest_instances(list(trees), 380, 32, rng))
+
+    write_study(scenes / "study")
+    write_plates(scenes / "plates")
+    write_pane(scenes / "pane")
+    write_tinted(scenes / "tinted")
+    write_meadow(scenes / "meadow", broadleaf(7.5, 340, random.Random(99)))
 
 
 if __name__ == "__main__":
