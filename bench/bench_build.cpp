@@ -1,5 +1,5 @@
-// The way of an OBJ file to a hierarchy: import in megabytes per second, Build and Update in triangles per second, bytes
-// per triangle and surface-area cost.
+// The way of an OBJ file to a hierarchy: import in megabytes per second, Build and Update in triangles per second,
+// bytes per triangle and surface-area cost.
 
 #include "accel/accel.h"
 #include "model.h"

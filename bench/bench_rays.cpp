@@ -118,8 +118,8 @@ RaySet Half(const RaySet& set, std::size_t first)
     return half;
 }
 
-/// What the order of lanes that the first frame of a render finds gains over the order by area: blocked rays are counted
-/// on one half of a set, both orders are timed on the other.
+/// What the order of lanes that the first frame of a render finds gains over the order by area: blocked rays are
+/// counted on one half of a set, both orders are timed on the other.
 void TimeTuning(const RaySet& set, const Options& options)
 {
     hv::Object&         object = hv::Objects[0];

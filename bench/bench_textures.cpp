@@ -1,5 +1,5 @@
-// Texture lookups on one picture of 1024 x 1024: nanoseconds each, by sampler, pixel store and gamma, at coordinates that
-// follow one another as neighbouring pixels do, and at random ones.
+// Texture lookups on one picture of 1024 x 1024: nanoseconds each, by sampler, pixel store and gamma, at coordinates
+// that follow one another as neighbouring pixels do, and at random ones.
 
 #include "pcg32.h"
 #include "session/sampling.h"

@@ -16,6 +16,6 @@ struct View {
     int        size          = 1024;  ///< pixels on a side; the other sets hold as many rays
 };
 
-/// Camera rays, bounce rays and shadow rays of a model, reproducible to the number: fixed generators, see pcg32.h. Camera
-/// rays are traced with the library's own walker, through the hierarchy that stands.
+/// Camera rays, bounce rays and shadow rays of a model, reproducible to the number: fixed generators, see pcg32.h.
+/// Camera rays are traced with the library's own walker, through the hierarchy that stands.
 std::array<RaySet, 3> MakeRaySets(const hv::Part& part, const View& view);

@@ -309,7 +309,10 @@ HV_API void hvSetDisplacementImage(int shader, int entry, const char* path, floa
 
 HV_API int  hvAddObject(void);
 HV_API void hvSetObjectName(int object, const char* name);
-HV_API int  hvAddPart(int object);
+
+/** Rays that leave a primitive see no primitive of its kind and number in any other part either: give things that face each
+ *  other one part. */
+HV_API int hvAddPart(int object);
 
 /** Shader of the particles and cylinders of a part, and of the triangles and tetragons added after this call. */
 HV_API void hvSetShaderID(int object, int part, int shader);
@@ -336,7 +339,9 @@ HV_API void hvAddParticles(int object, int part, int count, const int* indices);
 /** Appends an instance: identity matrix, no target, no shader override. */
 HV_API int hvAddInstance(int object);
 
-/** target_object: the object placed. matrix: 4 x 4, row-major, applied to column vectors; null keeps the present one.
+/** Places an object. Use rotations and translations: a matrix that scales leaves distances in the placed object's own units,
+ *  and what is shaded there off its place.
+ *  target_object: the object placed. matrix: 4 x 4, row-major, applied to column vectors; null keeps the present one.
  *  shader: overrides the shaders of all that is placed; a value that names no shader, such as -1, overrides nothing. */
 HV_API void hvSetInstance(int object, int instance, int target_object, const float (*matrix)[4], int shader);
 
@@ -353,8 +358,8 @@ HV_API void hvSetPointLightPhoton(int light, int count);                    /**<
 HV_API void hvSetPointLightSample(int light, int count);
 HV_API void hvSetPointLightBlur(int light, float radius); /**< of the sphere that shines, metres. Default: 0, a point */
 
-/** Narrows the cosine c of a light without blur, and of all at later vertices, to (c - offset) / (1 - offset), so that
- *  surfaces seen edge-on from the light stay dark. Below 1. Default: 0.1; 0 gives the plain cosine. */
+/** Narrows the cosine c to (c - offset) / (1 - offset), so that surfaces seen edge-on from the light stay dark; but at
+ *  first vertices not where a light has a blur or enters by diffusion. Below 1. Default: 0.1; 0 gives the plain cosine. */
 HV_API void hvSetPointLightOffset(int light, float offset);
 
 /** Angles from the axis, degrees: full light up to the inner one, none from the outer one on, linear between. Defaults: 0
@@ -374,8 +379,9 @@ HV_API void hvSetPointLightShaderLink(int light, int shader); /**< appends; no l
 
 HV_API int  hvAddParallelLight(void);
 HV_API void hvSetParallelLightDirection(int light, float x, float y,
-                                        float z);                          /**< along which it shines; must be set */
-HV_API void hvSetParallelLightColor(int light, float r, float g, float b); /**< irradiance, head-on. Default: 1 1 1 */
+                                        float z); /**< along which it shines; must be set */
+HV_API void hvSetParallelLightColor(int light, float r, float g,
+                                    float b); /**< irradiance head-on, over pi. Default: 1 1 1 */
 HV_API void hvSetParallelLightPhoton(int light, int count);
 HV_API void hvSetParallelLightSample(int light, int count);
 HV_API void hvSetParallelLightBlur(int   light,
@@ -412,13 +418,18 @@ HV_API void hvSetSkyLightAOVChannel(int aov, enum Channel channel); /**< rays th
 /* ---- Geometry light: all emissive surfaces together. Of those whose layers are virtual lights it keeps 18481 points, from
  *      which direct lighting draws. ---- */
 
-HV_API void hvSetGeometryLightPhoton(int count); /**< default 1000000 */
+/** Photons to cast. Above 0 they, and not rays, carry the light of sampled emitters that goes from a diffuse surface over a
+ *  mirror to the emitter. This release casts none: set 0 to leave that light to rays. Default: 1000000. */
+HV_API void hvSetGeometryLightPhoton(int count);
 
 /** Shadow rays of a first vertex over the whole render. 0, the default, leaves all emission to scattered rays. */
 HV_API void hvSetGeometryLightSample(int count);
 
 /** Appends to the shaders that emitters act on. A list hides them from the camera. */
 HV_API void hvSetGeometryLightShaderLink(int shader);
+
+/** An AOV of the geometry light collects what its points bring, of one shader where it has a name. Rays that meet an emitter
+ *  feed only AOVs whose channel is one element and nothing else, which this call cannot set: see hvxAddLightShare. */
 HV_API int  hvAddGeometryLightAOV(void);
 HV_API void hvSetGeometryLightAOVName(int aov, const char* path);
 HV_API void hvSetGeometryLightAOVShaderName(int aov, const char* name);

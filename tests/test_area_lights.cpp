@@ -244,5 +244,43 @@ TEST(GeometryLight, MirroredLightCountsWhereNoPhotonsAreCast)
     }
 }
 
+// A ball of one particle, a face that is a virtual light by the shader of its instance alone, one in a group without parts:
+// no point stands for them, beside a listed emitter that is too far to matter. Rays then bring all of their light.
+TEST(GeometryLight, WhatNoPointStandsForCountsInFull)
+{
+    enum class Kind { Ball, Override, Group };
+    for (const Kind kind : {Kind::Ball, Kind::Override, Kind::Group}) {
+        Color seen[2];
+        for (const int points : {0, 64}) {
+            DarkScene scene;
+            Spend({points, 4096});
+            scene.AddScreen(scene.AddShader(Lambertian, kWhite));
+            const int lamp = scene.AddEmitter(kWhite, true), dark = scene.AddShader(Lambertian, kBlack);
+            scene.AddPatch(lamp, {0, -50, 0}, {0, 0, 0.01f}, {0.01f, 0, 0});
+            const float to_lamp[4][4] = {{1, 0, 0, 0}, {0, 1, 0, -3}, {0, 0, 1, 0}, {0, 0, 0, 1}};
+            const int   placed        = hvAddObject();
+            const int   part = hvAddPart(placed), first = kind == Kind::Ball ? 0 : 4;
+            // The third face of its kind and number, so that rays which leave the floor see it.
+            const float corners[] = {9, 90, 9, 9, 91, 9, 9, 91, 10, 9, 90, 10, -1, 0, -1, -1, 0, 1, 1, 0, 1, 1, 0, -1};
+            const int   faces[]   = {0, 1, 2, 3, 4, 5, 6, 7};
+            const float radius    = 1;
+            hvSetShaderID(placed, part, kind == Kind::Override ? dark : lamp);
+            hvAddPositions(placed, part, 8, corners);
+            hvAddTetragons(placed, part, 2, faces);
+            hvAddRadii(placed, part, 1, &radius);
+            if (kind == Kind::Ball) hvAddParticles(placed, part, 1, &first);
+            int target = placed;
+            if (kind == Kind::Group) {
+                target = hvAddObject();
+                hvSetInstance(target, hvAddInstance(target), placed, nullptr, -1);
+            }
+            hvSetInstance(0, hvAddInstance(0), target, to_lamp, kind == Kind::Override ? lamp : -1);
+            seen[points > 0] = scene.RenderPixel();
+        }
+        EXPECT_GT(seen[0].g, 0.02f);
+        ExpectColor(seen[1], seen[0], 2 * kNoise * seen[0].g);
+    }
+}
+
 }  // namespace
 }  // namespace hv

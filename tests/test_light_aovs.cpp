@@ -44,6 +44,7 @@ TEST(Links, LightsActOnWhatTheyAreLinkedTo)
             scene.AddScreen(floor);
             AddLight(scene, kind);
             for (const int link : links) Link(kind, link == 1 ? floor : other);
+            for (const int bad : {-1, 77}) Link(kind, bad);  // no shader: ignored
             return scene.RenderPixel();
         };
         const Color free = seen({});

@@ -285,6 +285,7 @@ TEST_F(SkyPicture, FeedsItsLinksAndItsAOVs)
     for (const int linked : {-1, 0, 1}) {
         DarkScene scene;
         Hang(64);
+        scene.AddShader(Lambertian, kWhite);
         if (linked >= 0) hvSetSkyLightShaderLink(linked);
         hvAddSkyLightAOV();
         const Color expected = linked < 0 ? Picture::Seen({0, 1, 0}) : kBlack;

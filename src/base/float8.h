@@ -4,7 +4,8 @@
 #include <cstdint>
 
 /// Four and eight floats side by side. The only file that names intrinsics: kernels are written with these operators.
-/// Nothing here is fused or approximate unless its name says so, so a lane gives the bits of the same scalar expression.
+/// Nothing here is fused or approximate unless its name says so, so a lane gives the bits of the same scalar
+/// expression.
 namespace hv {
 
 struct Float8 {

@@ -37,11 +37,6 @@ bool Invert(const Matrix4& matrix, Matrix4& inverse)
     return true;
 }
 
-Matrix3 UpperLeft(const Matrix4& a)
-{
-    return {{a.m[0], a.m[1], a.m[2], a.m[4], a.m[5], a.m[6], a.m[8], a.m[9], a.m[10]}};
-}
-
 Matrix3 Transposed(const Matrix3& a)
 {
     return {{a.m[0], a.m[3], a.m[6], a.m[1], a.m[4], a.m[7], a.m[2], a.m[5], a.m[8]}};

@@ -47,8 +47,12 @@ inline Vector TransformPoint(const Matrix4& a, Vector p)
 /// Inverts in double precision. Returns false, with `inverse` untouched, for a singular or non-finite matrix.
 bool Invert(const Matrix4& matrix, Matrix4& inverse);
 
-/// The upper 3 x 3, and the same transposed.
-Matrix3 UpperLeft(const Matrix4& matrix);
+/// The upper 3 x 3.
+inline Matrix3 UpperLeft(const Matrix4& a)
+{
+    return {{a.m[0], a.m[1], a.m[2], a.m[4], a.m[5], a.m[6], a.m[8], a.m[9], a.m[10]}};
+}
+
 Matrix3 Transposed(const Matrix3& matrix);
 
 }  // namespace hv

@@ -6,6 +6,7 @@
 #include "session/sampling.h"
 #include "shading/shading.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace hv {
@@ -18,6 +19,7 @@ constexpr std::uint64_t kEmitterItem = ~std::uint64_t{2};
 struct EmitterList {
     std::vector<EmitterPoint> points;       ///< kEmitterPointCount, or none
     AreaSampler               sampler;      ///< over the mean of their radiance
+    std::vector<const Part*>  parts;        ///< that points may lie on, in the order of their addresses
     float                     area = 0.0f;  ///< square metres that they stand for together
 };
 
@@ -58,7 +60,8 @@ bool DrawFace(float u, PlacedFace& face)
     return false;
 }
 
-/// Parameters of a face, as a hit has them, at (s, t) of the unit square. The root spreads triangles evenly (Turk 1990).
+/// Parameters of a face, as a hit has them, at (s, t) of the unit square. The root spreads triangles evenly (Turk
+/// 1990).
 Vector ParametersAt(PrimitiveKind kind, float s, float t)
 {
     if (kind == PrimitiveKind::Tetragon) return {s, t, 0.0f};
@@ -164,6 +167,31 @@ EmitterPoint DrawPoint(std::uint32_t k)
     return DrawFace(u, face) ? PointOn(face, RadicalInverse(0, k), RadicalInverse(1, k)) : EmitterPoint{};
 }
 
+/// Adds the parts that the draws from an object's list lead to. `seen` keeps each object to one visit.
+void CollectParts(std::uint32_t index, std::vector<bool>& seen, std::vector<const Part*>& parts)
+{
+    if (index >= Objects.size() || seen[index]) return;
+    seen[index]          = true;
+    const Object& object = Objects[index];
+    for (const EmissiveEntry& entry : object.virtualLights.entries) {
+        if (entry.part >= object.parts.size()) continue;
+        if (entry.kind != PrimitiveKind::Instance)
+            parts.push_back(&object.parts[entry.part]);
+        else if (entry.index < object.instances.size())
+            CollectParts(object.instances[entry.index].object, seen, parts);
+    }
+}
+
+std::vector<const Part*> PartsWithPoints()
+{
+    std::vector<const Part*> parts;
+    std::vector<bool>        seen(Objects.size());
+    CollectParts(RootObject, seen, parts);
+    std::sort(parts.begin(), parts.end());
+    parts.erase(std::unique(parts.begin(), parts.end()), parts.end());
+    return parts;
+}
+
 }  // namespace
 
 void BuildEmitterPoints()
@@ -183,12 +211,27 @@ void BuildEmitterPoints()
     BuildAreaSampler(Emitters.sampler, weights);
     if (!Emitters.sampler.IsUsable()) return ReleaseEmitterPoints();  // all dark
     for (std::uint32_t k = 0; k < kEmitterPointCount; ++k) Emitters.points[k].probability = Emitters.sampler.weights[k];
-    Emitters.area = root.virtualLightArea;
+    Emitters.area  = root.virtualLightArea;
+    Emitters.parts = PartsWithPoints();
 }
 
 void ReleaseEmitterPoints() { Emitters = EmitterList(); }
 
 bool HasEmitterList() { return !Emitters.points.empty(); }
+
+bool MayHoldEmitterPoint(const Part& part, PrimitiveKind kind, std::uint32_t primitive, bool front)
+{
+    std::uint32_t index;
+    if (kind == PrimitiveKind::Triangle && primitive < part.triangles.size())
+        index = part.triangles[primitive].shader;
+    else if (kind == PrimitiveKind::Tetragon && primitive < part.tetragons.size())
+        index = part.tetragons[primitive].shader;
+    else
+        return false;
+    const Shader& shader = ShaderAt(index);
+    return (front ? shader.face_virtual_light : shader.back_virtual_light) &&
+           std::binary_search(Emitters.parts.begin(), Emitters.parts.end(), &part);
+}
 
 float EmitterPointArea() { return Emitters.area; }
 

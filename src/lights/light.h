@@ -49,8 +49,8 @@ struct ParallelLight : Light {
     void Reset() override;
 };
 
-/// Filled by hvAddPointLight, hvAddParallelLight and scene files; emptied by hvFinalizeGaffer, hvFinalize and the end of a
-/// render.
+/// Filled by hvAddPointLight, hvAddParallelLight and scene files; emptied by hvFinalizeGaffer, hvFinalize and the end
+/// of a render.
 extern std::vector<PointLight>    PointLights;
 extern std::vector<ParallelLight> ParallelLights;
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "geometry/object.h"
 #include "lights/light.h"
 
 /// The lights: defaults, preparation, what a ray sees of the sky.
@@ -9,7 +10,8 @@ namespace hv {
 void SkyLightDefaults();
 void GeometryLightDefaults();
 
-/// Preparation stages: links resolved, axes normalised, powers, AOVs and what sampling draws from made, the report printed.
+/// Preparation stages: links resolved, axes normalised, powers, AOVs and what sampling draws from made, the report
+/// printed.
 void PrepareSkyLight();
 void PrepareGeometryLight();
 void PrepareGaffer();
@@ -42,13 +44,17 @@ struct alignas(64) EmitterPoint {
 /// Points of the list.
 inline constexpr int kEmitterPointCount = 18481;
 
-/// Whether direct lighting samples emissive surfaces from a list of points on them. False when `sample` or an area is not
-/// above 0, and when no point of the list emits.
+/// Whether direct lighting samples emissive surfaces from a list of points on them. False when `sample` or an area is
+/// not above 0, and when no point of the list emits.
 bool HasEmitterList();
 
 /// Draws a point in proportion to its radiance; its probability is above 0. u: 0 to 1. Null without a list, and when
 /// nothing can be drawn at u.
 const EmitterPoint* PickEmitterPoint(float u);
+
+/// Whether a point of the list may lie on this side of a primitive. Particles, cylinders, surfaces that are virtual
+/// lights by the shader of an instance alone, and objects placed by one that has no parts have no points.
+bool MayHoldEmitterPoint(const Part& part, PrimitiveKind kind, std::uint32_t primitive, bool front);
 
 /// Area, in square metres, that the points stand for: all surfaces that the root object lists as virtual lights.
 float EmitterPointArea();
@@ -62,8 +68,8 @@ struct SkySample {
     Color  radiance = kBlack;  ///< of the sky in that direction, as SkyColor gives it
 };
 
-/// Draws a direction. `face_row` (0 to 1) gives the cube face and the row, `column` (0 to 1) the cell in it. A direction is
-/// that of its cell: there is no jitter within one. Needs HasSkyTables().
+/// Draws a direction. `face_row` (0 to 1) gives the cube face and the row, `column` (0 to 1) the cell in it. A
+/// direction is that of its cell: there is no jitter within one. Needs HasSkyTables().
 SkySample SampleSky(float face_row, float column);
 
 /// Density (1/sr) with which SampleSky draws the cell nearest to a unit direction; 0 without tables.
@@ -83,14 +89,16 @@ void SkyUV(Vector direction, float uv[2]);
 
 // ---- Point and parallel lights (light_samples.cpp) ----
 
-/// Share of a point light's colour in the unit direction `v` away from it, 0 to 1: linear in the angle between its outer
-/// and inner cone.
+/// Share of a point light's colour in the unit direction `v` away from it, 0 to 1: linear in the angle between its
+/// outer and inner cone.
 float SpotFactor(const PointLight& light, Vector v);
 
-/// Uniform point on the sphere of a light's `blur`; its position without blur. a turns about the axis, b goes along it: 0 to 1.
+/// Uniform point on the sphere of a light's `blur`; its position without blur. a turns about the axis, b goes along it:
+/// 0 to 1.
 Vector PointOnSource(const PointLight& light, float a, float b);
 
-/// Unit direction uniform in the cone of a parallel light, along which it shines. u1 turns about the axis, u2 opens: 0 to 1.
+/// Unit direction uniform in the cone of a parallel light, along which it shines. u1 turns about the axis, u2 opens: 0
+/// to 1.
 Vector SampleConeDirection(const ParallelLight& light, float u1, float u2);
 
 }  // namespace hv

@@ -19,7 +19,7 @@ namespace hv {
 namespace {
 
 /// Pictures of the sky are read as a texture without matrices and gamma, bilinear, repeated. Constant.
-const ShaderElement plain_element;
+const ShaderElement kPlainElement;
 
 /// Makes north and zenith orthonormal; zenith keeps its direction.
 void NormaliseFrame()
@@ -65,7 +65,7 @@ Color BackdropAt(std::uint32_t pixel)
     const auto  width = static_cast<std::uint32_t>(camera->width);
     const float uv[2] = {static_cast<float>(pixel % width) / static_cast<float>(width),
                          static_cast<float>(pixel / width) / static_cast<float>(camera->height)};
-    return LookupTexture(SkyLight.backdrop, uv, plain_element);
+    return LookupTexture(SkyLight.backdrop, uv, kPlainElement);
 }
 
 }  // namespace
@@ -118,12 +118,16 @@ void SkyUV(Vector direction, float uv[2])
     uv[1]         = std::acos(std::clamp(z, -1.0f, 1.0f)) * kInvPi;
 }
 
-Color SkyColor(Vector direction)
+Color SkyTexel(Vector direction)
 {
-    if (!SkyLight.image.loaded) return SkyLight.color;
     float uv[2];
     SkyUV(direction, uv);
-    return LookupTexture(SkyLight.image, uv, plain_element) * SkyLight.color;
+    return LookupTexture(SkyLight.image, uv, kPlainElement);
+}
+
+Color SkyColor(Vector direction)
+{
+    return SkyLight.image.loaded ? SkyTexel(direction) * SkyLight.color : SkyLight.color;
 }
 
 Color SkyRadiance(const RayRecord& ray)

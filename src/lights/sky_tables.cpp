@@ -25,7 +25,7 @@ struct alignas(64) Distribution {
 
 /// What a draw returns, side by side. A cell that is never drawn has the density 0.
 struct alignas(16) SkyCell {
-    Color radiance;
+    Color texel;           ///< of the picture; the colour of the sky, which may change, multiplies it
     float density = 0.0f;  ///< per steradian
 };
 
@@ -41,10 +41,10 @@ struct SkyTables {
 };
 
 /// Null until a picture of the sky is prepared, and again at the end of a render.
-std::unique_ptr<SkyTables> tables;
+std::unique_ptr<SkyTables> Tables;
 
-/// How the axes of space lie on a face: its own axis, along which rows are counted and along which columns, the last always
-/// in the direction of the axis.
+/// How the axes of space lie on a face: its own axis, along which rows are counted and along which columns, the last
+/// always in the direction of the axis.
 struct FaceAxes {
     int   own, row, column;
     float own_sign, row_sign;
@@ -61,7 +61,8 @@ float Warp(float line)
     return s / SafeRoot(0.5f - s * s);
 }
 
-/// Arc sine for |s| up to 0.5, where all lines lie (Moshier's Cephes library, asinf): without the cases of the general one.
+/// Arc sine for |s| up to 0.5, where all lines lie (Moshier's Cephes library, asinf): without the cases of the general
+/// one.
 float SmallArcSine(float s)
 {
     const float z = s * s;
@@ -141,9 +142,9 @@ float FillRow(SkyFace& face, int face_index, int row)
 {
     float weights[kSkyCells];
     for (int column = 0; column < kSkyCells; ++column) {
-        const Color radiance             = SkyColor(CubeDirection(face_index, row, column));
-        face.cells[row][column].radiance = radiance;
-        weights[column]                  = CellWeight(radiance);
+        const Color texel             = SkyTexel(CubeDirection(face_index, row, column));
+        face.cells[row][column].texel = texel;
+        weights[column]               = CellWeight(texel * SkyLight.color);
     }
     const double total = BuildDistribution(face.rows[row], weights);
     for (int column = 0; column < kSkyCells; ++column) face.cells[row][column].density = weights[column];
@@ -165,17 +166,17 @@ void BuildSkyTables()
 {
     constexpr int kRows = kSkyFaces * kSkyCells;
     float         row_weights[kRows];
-    tables = std::make_unique<SkyTables>();
-    for (int line = -kCenter; line <= kCenter; ++line) tables->warped[line + kCenter] = Warp(static_cast<float>(line));
+    Tables = std::make_unique<SkyTables>();
+    for (int line = -kCenter; line <= kCenter; ++line) Tables->warped[line + kCenter] = Warp(static_cast<float>(line));
 #pragma omp parallel for schedule(static) num_threads(TeamSize())
     for (int i = 0; i < kRows; ++i)
-        row_weights[i] = FillRow(tables->faces[i / kSkyCells], i / kSkyCells, i % kSkyCells);
-    for (int face = 0; face < kSkyFaces; ++face) FinishFace(tables->faces[face], row_weights + face * kSkyCells);
+        row_weights[i] = FillRow(Tables->faces[i / kSkyCells], i / kSkyCells, i % kSkyCells);
+    for (int face = 0; face < kSkyFaces; ++face) FinishFace(Tables->faces[face], row_weights + face * kSkyCells);
 }
 
-void DropSkyTables() { tables.reset(); }
+void DropSkyTables() { Tables.reset(); }
 
-bool HasSkyTables() { return tables != nullptr; }
+bool HasSkyTables() { return Tables != nullptr; }
 
 Vector CubeDirection(int face, int row, int column)
 {
@@ -205,22 +206,22 @@ SkySample SampleSky(float face_row, float column)
 {
     const float    number     = face_row * kSkyFaces;
     const int      face_index = ClampToInt(number, 0, kSkyFaces - 1);
-    const SkyFace& face       = tables->faces[face_index];
+    const SkyFace& face       = Tables->faces[face_index];
     const int      row        = Pick(face.row_choice, number - static_cast<float>(face_index));
     const int      cell_index = Pick(face.rows[row], column);
     const SkyCell& cell       = face.cells[row][cell_index];
-    const float*   warped     = tables->warped;
+    const float*   warped     = Tables->warped;
     // Line 128 - i stands at position 256 - i.
     const Vector direction =
         DirectionOf(kFaceAxes[face_index], warped[kSkyCells], warped[kSkyCells - row], warped[kSkyCells - cell_index]);
-    return {direction, cell.density, cell.radiance};
+    return {direction, cell.density, cell.texel * SkyLight.color};
 }
 
 float SkyDensity(Vector direction)
 {
-    if (!tables) return 0.0f;
+    if (!Tables) return 0.0f;
     const SkyCellIndex cell = NearestSkyCell(direction);
-    return tables->faces[cell.face].cells[cell.row][cell.column].density;
+    return Tables->faces[cell.face].cells[cell.row][cell.column].density;
 }
 
 }  // namespace hv

@@ -9,7 +9,10 @@ namespace hv {
 inline constexpr int kSkyFaces = 6;
 inline constexpr int kSkyCells = 256;  ///< rows of a face, and cells of a row
 
-/// Builds the tables over SkyColor. Runs a parallel region.
+/// Colour of the loaded sky picture in a unit direction.
+Color SkyTexel(Vector direction);
+
+/// Builds the tables over the picture times the colour of the sky. Runs a parallel region.
 void BuildSkyTables();
 
 /// Gives the tables back.

@@ -12,8 +12,9 @@ inline constexpr float kByteScale = 0.0039215684f;  ///< of byte samples, and of
 
 /// A picture in memory. Samples stand row by row, channels interleaved, red first; one of the pixel stores is in use.
 struct Image {
-    bool                       loaded = false;
-    std::vector<std::uint32_t> bit_pixels;  ///< one bit a sample
+    bool                       loaded  = false;
+    bool                       refused = false;  ///< a file was found but cannot be read: told once, not tried again
+    std::vector<std::uint32_t> bit_pixels;       ///< one bit a sample
     std::vector<std::uint8_t>  pixels8;
     std::vector<std::uint16_t> pixels16;
     std::vector<float>         pixels32;

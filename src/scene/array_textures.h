@@ -7,8 +7,8 @@
 /// Float pictures as geometry: each pixel is one item of an array, in the order of the pixels in memory.
 namespace hv {
 
-/// Paths of the pictures whose pixels are to become arrays of a part. Three floats a pixel; those of `triangle` hold the
-/// bits of three vertex indices. An empty path adds nothing.
+/// Paths of the pictures whose pixels are to become arrays of a part. Three floats a pixel; those of `triangle` hold
+/// the bits of three vertex indices. An empty path adds nothing.
 struct ArrayTextures {
     std::string position, uv, normal, tangent, triangle;
 };

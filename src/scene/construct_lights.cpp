@@ -1,6 +1,7 @@
 #include "hv.h"
 #include "lights/light.h"
 #include "scene/construct.h"
+#include "shading/shader.h"
 
 using namespace hv;
 
@@ -27,7 +28,14 @@ void AddChannel(std::vector<CameraAOV>& aovs, int aov, Channel channel)
 
 void AddLink(std::vector<std::uint32_t>& links, int shader)
 {
-    Guarded([&] { links.push_back(static_cast<std::uint32_t>(shader)); });
+    if (Find(Shaders, shader)) Guarded([&] { links.push_back(static_cast<std::uint32_t>(shader)); });
+}
+
+// A session that is prepared again reads the new picture.
+void SetPicture(Image& image, const char* path)
+{
+    image      = {};
+    image.path = TextOf(path);
 }
 
 }  // namespace
@@ -109,11 +117,11 @@ void hvSetParallelLightShaderLink(int light, int shader)
 
 void hvSetSkyLightImage(const char* path)
 {
-    Guarded([&] { SkyLight.image.path = TextOf(path); });
+    Guarded([&] { SetPicture(SkyLight.image, path); });
 }
 void hvSetSkyLightBackdrop(const char* path)
 {
-    Guarded([&] { SkyLight.backdrop.path = TextOf(path); });
+    Guarded([&] { SetPicture(SkyLight.backdrop, path); });
 }
 void hvSetSkyLightPhoton(int count) { SkyLight.photon = count; }
 void hvSetSkyLightSample(int count) { SkyLight.sample = count; }

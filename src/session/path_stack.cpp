@@ -12,7 +12,13 @@ namespace hv {
 namespace {
 
 // Bounds on what the kernel takes, several times what was measured. Sanitizers put red zones around every local.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(__has_feature)
+#define HV_HAS_FEATURE(name) __has_feature(name)
+#else
+#define HV_HAS_FEATURE(name) 0
+#endif
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || HV_HAS_FEATURE(address_sanitizer) || \
+    HV_HAS_FEATURE(thread_sanitizer)
 constexpr std::size_t kVertexBytes = 16384;
 #else
 constexpr std::size_t kVertexBytes = 4096;

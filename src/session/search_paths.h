@@ -6,7 +6,8 @@
 
 namespace hv {
 
-/// Filled by start-up (the empty string), hvGo and `image_path`; tried in order, the empty string means the path as given.
+/// Filled by start-up (the empty string), hvGo and `image_path`; tried in order, the empty string means the path as
+/// given.
 extern std::vector<std::string> ImageSearchPaths;
 
 /// Appends unless the list holds an equal string.

@@ -123,7 +123,7 @@ void PrepareRenderer()
     // Photons do not count as rendering.
     TakeSum(PrimaryRayCounters);
     TakeSum(OcclusionRayCounters);
-    Settings.MisSample = Settings.RendererSample;
+    Settings.MisSample = std::max(Settings.RendererSample, 0);
     ReportCount("renderer sample", Settings.RendererSample, "n/a");
     PrintRule();
 }

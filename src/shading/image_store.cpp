@@ -46,10 +46,14 @@ int FindOrAddImage(std::string_view path)
 
 bool LoadImage(Image& image)
 {
-    if (image.path.empty()) return false;
+    if (image.path.empty() || image.refused) return false;
     if (image.loaded) return true;
     const std::string file = FindPicture(image.path);
-    if (!file.empty()) return ReadImageFile(image, file);
+    if (!file.empty()) {
+        const bool usable = ReadImageFile(image, file);
+        image.refused     = !usable;
+        return usable;
+    }
     PrintError("image - " + image.path + "\tcannot be found");
     PrintRule();
     return false;

@@ -22,8 +22,8 @@ Color SlotValue(const ShaderElement& slot, const float uv[2])
     return LookupTexture(Images[static_cast<std::size_t>(slot.image_index)], uv, slot) * slot.color;
 }
 
-/// What one layer lets through. The slab's (1 - F)^2 / (1 - F^2) is written as (1 - F) / (1 + F), which is 0 and not 0 / 0
-/// at a grazing angle.
+/// What one layer lets through. The slab's (1 - F)^2 / (1 - F^2) is written as (1 - F) / (1 + F), which is 0 and not 0
+/// / 0 at a grazing angle.
 Color LayerTransparency(const SurfaceShader& layer, const SurfacePoint& point)
 {
     if (layer.material != Material::ThinDielectric) return SlotValue(layer.Slot(Element::ShadowTransparency), point.uv);

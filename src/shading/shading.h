@@ -21,7 +21,8 @@ std::uint32_t FindShader(std::string_view name);
 /// report line printed. May run again after shaders were added.
 void PrepareShaders();
 
-/// Brings one shader into its prepared form: missing side added, side lists, derived flags. Does nothing the second time.
+/// Brings one shader into its prepared form: missing side added, side lists, derived flags. Does nothing the second
+/// time.
 void PrepareShader(Shader& shader);
 
 /// Remakes ShaderTraits from Shaders.
@@ -51,8 +52,8 @@ const SurfaceShader* PickLayer(const Shader& shader, bool front, const float uv[
 /// Reads a slot at a point: colour, times the texture when the slot has an image. Returns whether it is present.
 bool ReadSlot(const ShaderElement& slot, Color& out, const SurfacePoint& point);
 
-/// The terms that every evaluator derives last: frame fix, roughness, rotation, Fresnel weights and eta. Needs the frame,
-/// `outgoing` and `layer`; `front` is the side that was hit.
+/// The terms that every evaluator derives last: frame fix, roughness, rotation, Fresnel weights and eta. Needs the
+/// frame, `outgoing` and `layer`; `front` is the side that was hit.
 void DeriveSurfaceTerms(SurfacePoint& point, bool front);
 
 /// Schlick's reflectance of an interface of relative index `n` at the cosine `c` (Schlick 1994); 0 when n is 1.

@@ -2,6 +2,7 @@
 
 #include "accel/ray.h"
 #include "output/camera.h"
+#include "session/sampling.h"
 #include "session/settings.h"
 
 #include <algorithm>
@@ -11,6 +12,31 @@ namespace hv {
 
 /// Diffuse and glossy bounces of a path so far.
 inline int ScatterBounces(const RayRecord& ray) { return ray.diffuse_bounces + ray.glossy_bounces; }
+
+inline bool IsHair(const RayRecord& ray) { return ray.hit_kind == static_cast<std::uint8_t>(PrimitiveKind::Cylinder); }
+
+inline bool IsFace(const RayRecord& ray)
+{
+    return ray.hit_kind == static_cast<std::uint8_t>(PrimitiveKind::Triangle) ||
+           ray.hit_kind == static_cast<std::uint8_t>(PrimitiveKind::Tetragon);
+}
+
+inline bool IsSpecular(ElementCode element)
+{
+    return element == ElementCode::SpecularReflection || element == ElementCode::SpecularRefraction;
+}
+
+/// A quasi-random pair. Where a number becomes an angle its wrap is of no consequence.
+struct NumberPair {
+    float a, b;
+};
+
+/// The pair of sample k, rotated by the pixel's offset, which `ray` carries.
+inline NumberPair PairOf(const RayRecord& ray, std::uint32_t dimension, std::uint32_t k)
+{
+    return {Rotate(RadicalInverse(dimension, k), ray.jitter[0]),
+            Rotate(RadicalInverse(dimension + 1, k), ray.jitter[1])};
+}
 
 /// Whether the bounce budget lets the vertex that `ray` has reached scatter diffusely or glossily.
 inline bool MayScatter(const RayRecord& ray)
@@ -33,8 +59,8 @@ inline int FrameTotal()
     return camera ? std::max(camera->sample, 1) : 1;
 }
 
-/// Samples of a first diffuse or glossy vertex over the whole render: `mean` of `budget`, at least one a frame, a multiple
-/// of the frames.
+/// Samples of a first diffuse or glossy vertex over the whole render: `mean` of `budget`, at least one a frame, a
+/// multiple of the frames.
 inline int BranchTotal(float mean, int budget, int frames)
 {
     const int limit = std::max(budget, 0);

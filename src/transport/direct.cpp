@@ -2,7 +2,6 @@
 
 #include "accel/accel.h"
 #include "output/output.h"
-#include "session/sampling.h"
 #include "session/settings.h"
 #include "transport/aov_weight.h"
 #include "transport/branches.h"
@@ -21,17 +20,6 @@ ElementRadiance& ElementRadiance::operator+=(const ElementRadiance& other)
     return *this;
 }
 
-namespace {
-
-bool IsHair(const RayRecord& ray) { return ray.hit_kind == static_cast<std::uint8_t>(PrimitiveKind::Cylinder); }
-
-bool IsFace(const RayRecord& ray)
-{
-    return ray.hit_kind == static_cast<std::uint8_t>(PrimitiveKind::Triangle) ||
-           ray.hit_kind == static_cast<std::uint8_t>(PrimitiveKind::Tetragon);
-}
-
-/// A shadow ray that leaves the vertex; one serves all samples of a light.
 RayRecord ShadowRay(const RayRecord& ray, const SurfacePoint& point)
 {
     RayRecord shadow;
@@ -51,7 +39,6 @@ RayRecord ShadowRay(const RayRecord& ray, const SurfacePoint& point)
     return shadow;
 }
 
-/// How bright the vertex can be: the branches of a light are spent in proportion.
 float SurfaceMean(const SurfacePoint& point)
 {
     float mean = 0.0f;
@@ -61,62 +48,25 @@ float SurfaceMean(const SurfacePoint& point)
     return mean;
 }
 
-/// Calls take(number) for every sample of this frame and returns their mean.
-template <class Take>
-ElementRadiance MeanOfSamples(const RayRecord& ray, const SurfacePoint& point, const LightQuery& query,
-                              const Take& take)
-{
-    if (ScatterBounces(ray) > 0 || !query.branches) return take({ray.sample_index, 0});
-    const Branches  branches = SplitBranches(ray, SurfaceMean(point) * Mean(ray.throughput), query.budget);
-    ElementRadiance sum;
-    for (std::uint32_t k = branches.first; k < branches.end; k += branches.stride) sum += take({k, branches.end});
-    Scale(sum, kWhite / static_cast<float>(branches.count));
-    return sum;
-}
-
-/// The same where each sample is received at a place of its own.
-[[gnu::noinline]] ElementRadiance SampleDiffused(const RayRecord& ray, const SurfacePoint& point,
-                                                 const LightQuery& query)
-{
-    RayRecord    shadow = ShadowRay(ray, point);
-    SurfacePoint place  = point;
-    return MeanOfSamples(ray, point, query, [&](SampleNumber number) {
-        DiffusionProbe probe;
-        FindDiffusionProbe(ray, point, probe);
-        place.position         = probe.point.position;
-        place.tangent          = probe.point.tangent;
-        place.bitangent        = probe.point.bitangent;
-        place.normal           = probe.point.normal;
-        place.geometric_normal = probe.point.geometric_normal;
-        shadow.origin          = place.position;
-        shadow.from_primitive  = probe.primitive;
-        shadow.from_kind       = probe.kind;
-        return query.sample({place, probe.weight, false}, number, shadow, query.light);
-    });
-}
-
-}  // namespace
-
-ElementRadiance SampleLight(const RayRecord& ray, const SurfacePoint& point, const LightQuery& query)
-{
-    if (!MayScatter(ray)) return {};
-    if (IsFace(ray) && EntersByDiffusion(point)) return SampleDiffused(ray, point, query);
-    RayRecord      shadow = ShadowRay(ray, point);
-    const Receiver at{point, kWhite, IsHair(ray)};
-    return MeanOfSamples(ray, point, query,
-                         [&](SampleNumber number) { return query.sample(at, number, shadow, query.light); });
-}
-
 bool EntersByDiffusion(const SurfacePoint& point)
 {
     const Color& variance = point.diffusion;
     return point.has_diffusion && std::min({variance.r, variance.g, variance.b}) > 0.0f;
 }
 
-LightNumbers NumbersOf(const RayRecord& shadow, std::uint32_t k)
+Color MoveByDiffusion(const RayRecord& ray, const SurfacePoint& point, SurfacePoint& place, RayRecord& shadow)
 {
-    return {Rotate(RadicalInverse(shadow.dimension, k), shadow.jitter[0]),
-            Rotate(RadicalInverse(shadow.dimension + 1, k), shadow.jitter[1])};
+    DiffusionProbe probe;
+    FindDiffusionProbe(ray, point, probe);
+    place.position         = probe.point.position;
+    place.tangent          = probe.point.tangent;
+    place.bitangent        = probe.point.bitangent;
+    place.normal           = probe.point.normal;
+    place.geometric_normal = probe.point.geometric_normal;
+    shadow.origin          = place.position;
+    shadow.from_primitive  = probe.primitive;
+    shadow.from_kind       = probe.kind;
+    return probe.weight;
 }
 
 Color Visibility(RayRecord& shadow, Vector d, float distance)

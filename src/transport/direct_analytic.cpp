@@ -5,8 +5,8 @@ namespace hv {
 
 namespace {
 
-/// Cosines that the terms of an analytic light carry. On paths that take one sample a vertex the light's `offset` narrows
-/// them: a surface has to turn towards the light by more than that to be lit.
+/// Cosines that the terms of an analytic light carry. On paths that take one sample a vertex the light's `offset`
+/// narrows them: a surface has to turn towards the light by more than that to be lit.
 struct Cosines {
     float reflected, transmitted, glossy;
 };
@@ -30,7 +30,8 @@ ElementRadiance HairTerms(const Receiver& at, Vector d, Color color, SampleNumbe
     return terms;
 }
 
-/// The terms of a light of the given colour in the unit direction d. None carries 1/pi: the colour is used as it stands.
+/// The terms of a light of the given colour in the unit direction d. None carries 1/pi: the colour is used as it
+/// stands.
 ElementRadiance AnalyticTerms(const Receiver& at, Vector d, Color color, float offset, SampleNumber number)
 {
     if (at.is_hair) return HairTerms(at, d, color, number);
@@ -47,13 +48,12 @@ ElementRadiance AnalyticTerms(const Receiver& at, Vector d, Color color, float o
     return terms;
 }
 
-ElementRadiance SamplePointLight(const Receiver& at, SampleNumber number, RayRecord& shadow, const void* record)
+ElementRadiance SampleAnalytic(const PointLight& light, const Receiver& at, SampleNumber number, RayRecord& shadow)
 {
-    const auto& light  = *static_cast<const PointLight*>(record);
-    Vector      source = light.position;
+    Vector source = light.position;
     if (light.blur > 0.0f) {
-        const LightNumbers u = NumbersOf(shadow, number.k);
-        source               = PointOnSource(light, u.a, u.b);
+        const NumberPair u = PairOf(shadow, shadow.dimension, number.k);
+        source             = PointOnSource(light, u.a, u.b);
     }
     const Vector way      = source - at.point.position;
     const float  square   = Dot(way, way);
@@ -67,13 +67,12 @@ ElementRadiance SamplePointLight(const Receiver& at, SampleNumber number, RayRec
     return terms;
 }
 
-ElementRadiance SampleParallelLight(const Receiver& at, SampleNumber number, RayRecord& shadow, const void* record)
+ElementRadiance SampleAnalytic(const ParallelLight& light, const Receiver& at, SampleNumber number, RayRecord& shadow)
 {
-    const auto& light = *static_cast<const ParallelLight*>(record);
-    Vector      d     = -light.axis;
+    Vector d = -light.axis;
     if (light.blur > 0.0f) {
-        const LightNumbers u = NumbersOf(shadow, number.k);
-        d                    = -SampleConeDirection(light, u.a, u.b);
+        const NumberPair u = PairOf(shadow, shadow.dimension, number.k);
+        d                  = -SampleConeDirection(light, u.a, u.b);
     }
     ElementRadiance terms = AnalyticTerms(at, d, light.color, light.offset, number);
     if (IsDark(terms)) return {};
@@ -82,12 +81,15 @@ ElementRadiance SampleParallelLight(const Receiver& at, SampleNumber number, Ray
 }
 
 /// A source without extent gives the same from every sample, so one serves, unless it is received at several places.
-ElementRadiance LightDirect(const RayRecord& ray, const SurfacePoint& point, Light& light, LightSampler sample,
-                            const void* record)
+template <class LightType>
+ElementRadiance LightDirect(const RayRecord& ray, const SurfacePoint& point, LightType& light)
 {
     if (!IsLinked(light.link_shaders, ray.hit_shader)) return {};
     const bool            branches = light.blur > 0.0f || EntersByDiffusion(point);
-    const ElementRadiance arriving = SampleLight(ray, point, {sample, record, light.sample, branches});
+    const ElementRadiance arriving = SampleLight(ray, point, {light.sample, branches},
+                                                 [&](const Receiver& at, SampleNumber number, RayRecord& shadow) {
+                                                     return SampleAnalytic(light, at, number, shadow);
+                                                 });
     for (CameraAOV& aov : light.aovs) AddToLightAOV(aov, ray, point, arriving);
     return arriving;
 }
@@ -97,8 +99,8 @@ ElementRadiance LightDirect(const RayRecord& ray, const SurfacePoint& point, Lig
 ElementRadiance PointAndParallelDirect(const RayRecord& ray, const SurfacePoint& point)
 {
     ElementRadiance sum;
-    for (PointLight& light : PointLights) sum += LightDirect(ray, point, light, SamplePointLight, &light);
-    for (ParallelLight& light : ParallelLights) sum += LightDirect(ray, point, light, SampleParallelLight, &light);
+    for (PointLight& light : PointLights) sum += LightDirect(ray, point, light);
+    for (ParallelLight& light : ParallelLights) sum += LightDirect(ray, point, light);
     return sum;
 }
 

@@ -51,27 +51,22 @@ bool ViewEmitter(const EmitterPoint& emitter, Vector from, EmitterView& view)
     return true;
 }
 
-/// What a sample needs besides the light itself.
-struct GeometryQuery {
-    const RayRecord&    ray;
-    const SurfacePoint& vertex;
-};
-
 /// Feeds the AOVs that collect the light of one emitter's shader; those of all shaders come at the end.
-[[gnu::noinline]] void AddToShaderAOVs(const GeometryQuery& query, ElementRadiance terms, std::uint32_t shader,
-                                       SampleNumber number)
+[[gnu::noinline]] void AddToShaderAOVs(const RayRecord& ray, const SurfacePoint& vertex, ElementRadiance terms,
+                                       std::uint32_t shader, SampleNumber number)
 {
     if (number.IsBranching())
         Scale(terms, kWhite * (static_cast<float>(FrameTotal()) / static_cast<float>(number.total)));
     for (CameraAOV& aov : GeometryLightAOVs)
         if (aov.shader != -1 && static_cast<std::uint32_t>(aov.shader) == shader)
-            AddToLightAOV(aov, query.ray, query.vertex, terms);
+            AddToLightAOV(aov, ray, vertex, terms);
 }
 
-ElementRadiance SampleEmitter(const Receiver& at, SampleNumber number, RayRecord& shadow, const void* light)
+/// Light of one point on an emitter, which is left in `emitter`; null when none was drawn.
+ElementRadiance SampleEmitter(const Receiver& at, SampleNumber number, RayRecord& shadow, const EmitterPoint*& emitter)
 {
-    const EmitterPoint* const emitter = PickEmitterPoint(EmitterNumber(shadow, number));
-    EmitterView               view;
+    emitter = PickEmitterPoint(EmitterNumber(shadow, number));
+    EmitterView view;
     if (!emitter || !ViewEmitter(*emitter, at.point.position, view) || !CanReceive(at, view.d)) return {};
 
     const Counts    counts = CountsOf(number);
@@ -82,8 +77,6 @@ ElementRadiance SampleEmitter(const Receiver& at, SampleNumber number, RayRecord
     shadow.hit_primitive = emitter->primitive;
     shadow.hit_kind      = emitter->kind;
     Scale(terms, Visibility(shadow, view.d, view.distance));
-    if (!GeometryLightAOVs.empty())
-        AddToShaderAOVs(*static_cast<const GeometryQuery*>(light), terms, emitter->shader, number);
     return terms;
 }
 
@@ -93,8 +86,13 @@ ElementRadiance GeometryLightDirect(const RayRecord& ray, const SurfacePoint& po
 {
     if (GeometryLight.sample < 1 || !HasEmitterList()) return {};
     if (!IsLinked(GeometryLight.link_shaders, ray.hit_shader)) return {};
-    const GeometryQuery   query{ray, point};
-    const ElementRadiance light = SampleLight(ray, point, {SampleEmitter, &query, GeometryLight.sample, true});
+    const auto sample = [&](const Receiver& at, SampleNumber number, RayRecord& shadow) {
+        const EmitterPoint*   emitter;
+        const ElementRadiance terms = SampleEmitter(at, number, shadow, emitter);
+        if (emitter && !GeometryLightAOVs.empty()) AddToShaderAOVs(ray, point, terms, emitter->shader, number);
+        return terms;
+    };
+    const ElementRadiance light = SampleLight(ray, point, {GeometryLight.sample, true}, sample);
     for (CameraAOV& aov : GeometryLightAOVs)
         if (aov.shader == -1) AddToLightAOV(aov, ray, point, light);
     return light;

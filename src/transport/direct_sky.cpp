@@ -8,7 +8,8 @@ namespace {
 
 /// Share of a sky sample against the density f with which the surface chooses its direction. Meant as they stand: half
 /// the surface's samples count on surfaces and all of them on fibres, and on paths that take one sample a vertex the
-/// numerator goes without the number of samples that the denominator has. So the shares of both sides do not add up to one.
+/// numerator goes without the number of samples that the denominator has. So the shares of both sides do not add up to
+/// one.
 struct SkyShare {
     float numerator, own, surface;
 
@@ -25,10 +26,10 @@ SkyShare ShareOf(const Receiver& at, SampleNumber number, float density)
     return at.is_hair ? SkyShare{density, density, 1.0f} : SkyShare{density, all, 0.5f};
 }
 
-ElementRadiance SampleSkyDirection(const Receiver& at, SampleNumber number, RayRecord& shadow, const void* /*light*/)
+ElementRadiance SampleSkyDirection(const Receiver& at, SampleNumber number, RayRecord& shadow)
 {
-    const LightNumbers u      = NumbersOf(shadow, number.k);
-    const SkySample    sample = SampleSky(u.b, u.a);
+    const NumberPair u      = PairOf(shadow, shadow.dimension, number.k);
+    const SkySample  sample = SampleSky(u.b, u.a);
     // Of a first vertex rare directions are left to its own rays.
     if (!(sample.density > (number.IsBranching() ? 1e-8f : 0.0f)) || !CanReceive(at, sample.direction)) return {};
     ElementRadiance terms =
@@ -43,7 +44,7 @@ ElementRadiance SampleSkyDirection(const Receiver& at, SampleNumber number, RayR
 ElementRadiance SkyDirect(const RayRecord& ray, const SurfacePoint& point)
 {
     if (SkyLight.sample < 1 || !HasSkyTables() || !IsLinked(SkyLight.link_shaders, ray.hit_shader)) return {};
-    const ElementRadiance light = SampleLight(ray, point, {SampleSkyDirection, nullptr, SkyLight.sample, true});
+    const ElementRadiance light = SampleLight(ray, point, {SkyLight.sample, true}, SampleSkyDirection);
     for (CameraAOV& aov : SkyLightAOVs) AddToLightAOV(aov, ray, point, light);
     return light;
 }

@@ -7,23 +7,23 @@
 #include "transport/hair.h"
 #include "transport/transport.h"
 
+#include <algorithm>
 #include <cmath>
 
-// Light that rays meet: emission of surfaces and the sky. Of what direct lighting samples as well a ray brings the share
-// that is left to it.
+// Light that rays meet: emission of surfaces and the sky. Of what direct lighting samples as well a ray brings the
+// share that is left to it.
 namespace hv {
 
 namespace {
 
-bool IsSpecular(ElementCode element)
-{
-    return element == ElementCode::SpecularReflection || element == ElementCode::SpecularRefraction;
-}
-
 /// Whether nothing but this ray can bring the emission of the surface that it hit, so that it counts in full.
 bool IsOnlyWay(const RayRecord& ray, const SurfacePoint& point)
 {
-    if (!point.virtual_light || GeometryLight.sample == 0 || !HasEmitterList() || ScatterBounces(ray) == 0) return true;
+    if (!point.virtual_light || GeometryLight.sample < 1 || !HasEmitterList() || ScatterBounces(ray) == 0) return true;
+    // What the list of points cannot hold is never drawn: a window's sky, and surfaces that no draw leads to.
+    if (point.layer->window || !MayHoldEmitterPoint(*ray.hit_part, static_cast<PrimitiveKind>(ray.hit_kind),
+                                                    ray.hit_primitive, ray.front_side != 0))
+        return true;
     if (!IsSpecular(ray.element)) return false;
     if (ray.element_before == ElementCode::GlossyReflection) return true;
     const bool after_diffuse =
@@ -69,7 +69,7 @@ float ScatteredShare(const RayRecord& ray, float light, float light_count, float
 {
     if (ScatterBounces(ray) == 1) {
         light *= light_count;
-        surface *= static_cast<float>(Settings.RendererSample);
+        surface *= static_cast<float>(std::max(Settings.RendererSample, 0));
     }
     const float sum = light + surface;
     return sum > 0.0f ? surface / sum : 0.0f;

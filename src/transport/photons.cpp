@@ -1,7 +1,7 @@
 #include "transport/transport.h"
 
-// Photons and density cells are not built yet. Their calls stand where the render needs them: nothing is cast, no photon
-// is found, and no path may end at a density cell.
+// Photons and density cells are not built yet. Their calls stand where the render needs them: nothing is cast, no
+// photon is found, and no path may end at a density cell.
 namespace hv {
 
 void CastPhotonsFromParallelLights() {}

@@ -66,8 +66,8 @@ void AddScattered(const RayRecord& ray, const SurfacePoint& point, ElementRadian
     AddPrimaryHit(ray, point, {light.lambertian, light.transmissive, light.glossy, light.specular, emission});
 }
 
-/// Colour left of light after the segment of `ray`, by Beer's law. The refraction state alone tells inside from outside:
-/// a path inside a body takes the medium of the shader that it hit.
+/// Colour left of light after the segment of `ray`, by Beer's law. The refraction state alone tells inside from
+/// outside: a path inside a body takes the medium of the shader that it hit.
 Color SegmentTransmittance(const RayRecord& ray)
 {
     const Camera* camera = ActiveCamera();

@@ -15,18 +15,6 @@ namespace hv {
 
 namespace {
 
-struct NumberPair {
-    float a, b;
-};
-
-/// The quasi-random pair of sample k, rotated by the pixel's offset. Where a number becomes an angle its wrap is of no
-/// consequence.
-NumberPair PairOf(const RayRecord& ray, std::uint32_t dimension, std::uint32_t k)
-{
-    return {Rotate(RadicalInverse(dimension, k), ray.jitter[0]),
-            Rotate(RadicalInverse(dimension + 1, k), ray.jitter[1])};
-}
-
 /// Sum of what the rays of one lobe brought, and how many were traced.
 struct Tally {
     Color sum;
@@ -46,8 +34,9 @@ RayRecord SpawnBranch(const RayRecord& ray, const SurfacePoint& point, const Bra
     return child;
 }
 
-/// The picture takes the mean over the rays that a vertex traces, AOVs divide by all of its branches. Shares of lights are
-/// to add up to the picture, so the difference has to be known before the first ray goes out; nothing else asks for it.
+/// The picture takes the mean over the rays that a vertex traces, AOVs divide by all of its branches. Shares of lights
+/// are to add up to the picture, so the difference has to be known before the first ray goes out; nothing else asks for
+/// it.
 bool NeedsGain(const Branches& branches) { return branches.count > 1 && CollectsLightShares(); }
 
 float GainOf(const Branches& branches, int traced)
@@ -109,8 +98,8 @@ bool DrawCosine(const RayRecord& ray, const SurfacePoint& point, const CosineLob
     ++tally.traced;
 }
 
-/// Light over a cosine lobe of a surface. Directions are drawn with density cos / pi (1/sr), which cancels the cosine and
-/// the 1/pi of the lobe: each child counts with weight one.
+/// Light over a cosine lobe of a surface. Directions are drawn with density cos / pi (1/sr), which cancels the cosine
+/// and the 1/pi of the lobe: each child counts with weight one.
 Color ScatterCosine(const RayRecord& ray, const SurfacePoint& point, CosineLobe lobe)
 {
     if (!IsPresent(lobe.throughput) || !MayScatter(ray)) return kBlack;
@@ -145,8 +134,6 @@ Color ScatterHairCosine(const RayRecord& ray, const SurfacePoint& point)
         sum += TraceHairCosine(ray, point, branches, k, throughput);
     return sum / static_cast<float>(branches.count);
 }
-
-bool IsHair(const RayRecord& ray) { return ray.hit_kind == static_cast<std::uint8_t>(PrimitiveKind::Cylinder); }
 
 /// A ray mirrored at n, with c = -(d . n).
 Vector Mirror(Vector d, Vector n, float c) { return d + 2.0f * c * n; }

@@ -2,6 +2,7 @@
 
 #include "output/camera.h"
 #include "shading/surface_point.h"
+#include "transport/branches.h"
 
 #include <cmath>
 
@@ -28,11 +29,6 @@ void CountBounce(RayRecord& child)
     case ElementCode::Shadow:
         break;
     }
-}
-
-bool IsSpecular(ElementCode element)
-{
-    return element == ElementCode::SpecularReflection || element == ElementCode::SpecularRefraction;
 }
 
 }  // namespace
