@@ -65,7 +65,14 @@ bool TraceOcclusion(RayRecord& ray);
 /// particles and cylinders. An unknown hit_kind leaves the point as it is.
 void EvaluateHit(const RayRecord& ray, SurfacePoint& point);
 
-/// Normal of a face, shared with smoothing. Vertex positions p, 3 or 4 of them; unit length under the length guard.
+/// Normal of a face of 3 or 4 corners p(0), p(1), ...; unit length under the length guard.
+template <class CornerAt>
+Vector FaceNormalOf(int corner_count, const CornerAt& p)
+{
+    return Normalized(corner_count == 4 ? Cross(p(2) - p(0), p(3) - p(1)) : Cross(p(1) - p(0), p(2) - p(0)));
+}
+
+/// The same of corners in a row, shared with smoothing.
 Vector FaceNormal(const Vector* p, int corner_count);
 
 /// m = normalise(n x (n.z, -n.x, n.y)); the tangent is m x n.

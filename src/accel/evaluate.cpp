@@ -9,7 +9,7 @@ namespace hv {
 
 Vector FaceNormal(const Vector* p, int corner_count)
 {
-    return Normalized(corner_count == 4 ? Cross(p[2] - p[0], p[3] - p[1]) : Cross(p[1] - p[0], p[2] - p[0]));
+    return FaceNormalOf(corner_count, [p](int n) { return p[n]; });
 }
 
 Vector FallbackTangent(Vector normal) { return Cross(PerpendicularTo(normal), normal); }
@@ -27,9 +27,7 @@ Vector RawBytes(PackedDirection packed)
 
 Vector GeometricNormal(const Part& part, const Corners& corners)
 {
-    Vector p[4];
-    for (int n = 0; n < corners.count; ++n) p[n] = part.positions[corners.vertex[n]];
-    return FaceNormal(p, corners.count);
+    return FaceNormalOf(corners.count, [&](int n) { return part.positions[corners.vertex[n]]; });
 }
 
 /// Meant: packed normals are mixed as raw bytes, of length near 127, so that the unit stand-in of a vertex without one
