@@ -100,7 +100,8 @@ HV_API void hvxSetWriteCallback(hvxWriteCallback callback, void* user); /**< nul
  *  guards, are read in this mode only.
  *  on         true: a child for each picture; false (the default): in the host's process, after a check of the file.
  *  seconds    limit of a child in processor time and by the clock.                          0 or less: 20
- *  megabytes  memory that a child may take beyond what the host's process has in use.       0 or less: 2048
+ *  megabytes  memory that a child may take beyond what the host's process has in use.
+ *             0 or less: half of the machine's, at least 2048
  *  Holds until changed. The child is a copy of the host's process that runs the decoder alone; it is gone, and reaped,
  *  when the picture is loaded or refused. A host whose other threads use the same codecs should leave it off: a lock that
  *  such a thread holds at that moment stays locked in the child, which then ends by its limit of time. */

@@ -301,6 +301,41 @@ TEST_F(ImageReader, FilesByHandAreReadAsTheirFormatsSay)
     }
     ASSERT_TRUE(Read("picture", FloatMap({{1, 2, 3}, {4, 5, 6}}, 1), false));
     EXPECT_EQ(Pixel(0, 0).r, 4.0f) << "its lower row comes last";
+    ASSERT_TRUE(Read("picture", "Pf 1 1 -1.0\n\0\0\xa0\x40"s)) << "a header may be one line" << printed;
+    EXPECT_EQ(Pixel(0, 0).r, 5.0f);
+    ASSERT_TRUE(Read("picture", "#?RADIANCE\nFORMAT=32-bit_rle_rgbe\n\n-Y   1\t+X +1\n\x80\0\0\x81"s)) << printed;
+    EXPECT_EQ(Pixel(0, 0).r, 1.0f);
+}
+
+/// Puts `note` between any two of the chunks of a picture, as many times as are asked for.
+std::string WithNotes(std::string bytes, std::initializer_list<std::size_t> places, std::string_view note, int count)
+{
+    std::string notes;
+    for (int i = 0; i < count; ++i) notes += note;
+    for (std::size_t place : places) bytes.insert(place, notes);
+    return bytes;
+}
+
+// Texts and comments stand anywhere, in any number. None is worth the library's time, and no pixel changes with them.
+TEST_F(ImageReader, NotesAreNoPartOfThePicture)
+{
+    using namespace std::string_literals;
+    const auto png = CornersFile({"", FIF_PNG, FIT_BITMAP, 24}), jpeg = CornersFile({"", FIF_JPEG, FIT_BITMAP, 24});
+    const std::string png_text(png.begin(), png.end()), jpeg_text(jpeg.begin(), jpeg.end());
+    const std::size_t png_end = png_text.size() - 12, tables = jpeg_text.find("\xff\xdb"),
+                      scan = jpeg_text.find("\xff\xda");
+    // The sum of the text is wrong, but nobody reads it. From the last place to the first, so that all stay valid.
+    const std::string text = "\0\0\0\5tEXtab\0cd\0\0\0\0"s, comment = "\xff\xfe\0\5abc"s, note = "\xff\xe5\0\4ab"s;
+    const std::pair<std::string, std::string> cases[] = {
+        {png_text, WithNotes(png_text, {png_end, 33}, text, 50000)},
+        {jpeg_text, WithNotes(jpeg_text, {scan, tables, 2}, comment, 50000)},
+        {jpeg_text, WithNotes(jpeg_text, {scan, tables}, comment + note, 9)}};
+    for (const auto& [plain, noted] : cases) {
+        ASSERT_TRUE(Read("picture", plain)) << printed;
+        const auto expected = image.pixels8;
+        ASSERT_TRUE(Read("picture", noted)) << printed;
+        EXPECT_EQ(image.pixels8, expected);
+    }
 }
 
 // ---- Packing ----

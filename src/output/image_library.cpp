@@ -237,8 +237,8 @@ void Bitmap::SetBytes(int x, int y, const std::uint8_t rgb[3])
 
 void Bitmap::FlipVertical() { FreeImage_FlipVertical(Handle(bitmap_.get())); }
 
-// The library looks at neither the result of its writes nor that of closing a file: a full disk would pass for a picture.
-// So it writes to a stream of ours, which remembers.
+// The library looks at neither the result of its writes nor that of closing a file: a full disk would pass for a
+// picture. So it writes to a stream of ours, which remembers.
 bool Bitmap::Save(int format, const std::string& path) const
 {
     std::FILE* const file = std::fopen(path.c_str(), "w+b");

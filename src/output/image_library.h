@@ -25,15 +25,15 @@ enum class PixelKind {
     FloatColorAlpha,
 };
 
-/// A picture on its way from or to a file, freed with the record. Row 0 is what the library takes for the first row, the
-/// lowest one of the picture.
+/// A picture on its way from or to a file, freed with the record. Row 0 is what the library takes for the first row,
+/// the lowest one of the picture.
 class Bitmap {
 public:
     static Bitmap Floats(int width, int height, bool has_alpha);  ///< 3 or 4 floats a pixel
     static Bitmap Bytes(int width, int height, int channels);     ///< 1, 3 or 4 bytes a pixel
 
-    /// Decodes a whole file in the format of this code of the library, without options. Not allocated when that fails. The
-    /// library is not safe against files that lie: see CheckPicture.
+    /// Decodes a whole file in the format of this code of the library, without options. Not allocated when that fails.
+    /// The library is not safe against files that lie: see CheckPicture.
     static Bitmap Load(int format, std::span<const std::uint8_t> file);
 
     /// Code of the format that the library finds in a file; kNoFormat for none.

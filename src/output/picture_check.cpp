@@ -30,12 +30,12 @@ constexpr Beginning kBeginnings[] = {
     {"\x76\x2f\x31\x01", PictureFormat::Exr},
     {{"II\x2a\0", 4}, PictureFormat::Tiff},
     {{"MM\0\x2a", 4}, PictureFormat::Tiff},
-    {"P1", PictureFormat::PbmText},
-    {"P2", PictureFormat::PgmText},
-    {"P3", PictureFormat::PpmText},
-    {"P4", PictureFormat::Pbm},
-    {"P5", PictureFormat::Pgm},
-    {"P6", PictureFormat::Ppm},
+    {"P1", PictureFormat::Anymap},
+    {"P2", PictureFormat::Anymap},
+    {"P3", PictureFormat::Anymap},
+    {"P4", PictureFormat::Anymap},
+    {"P5", PictureFormat::Anymap},
+    {"P6", PictureFormat::Anymap},
     {"PF", PictureFormat::FloatMap},
     {"Pf", PictureFormat::FloatMap},
 };
@@ -60,13 +60,13 @@ std::string CheckFormat(PictureFormat format, std::span<std::uint8_t> file, bool
     case PictureFormat::Bmp:
         return CheckBmp(file);
     case PictureFormat::Jpeg:
-        return CheckJpeg(file);
+        return CheckJpeg(file, needs_child);
     case PictureFormat::Png:
         return CheckPng(file);
     case PictureFormat::Gif:
         return CheckGif(file);
     case PictureFormat::Psd:
-        return CheckPsd(file);
+        return CheckPsd(file, needs_child);
     case PictureFormat::Targa:
         return CheckTarga(file);
     case PictureFormat::Tiff:
@@ -77,11 +77,11 @@ std::string CheckFormat(PictureFormat format, std::span<std::uint8_t> file, bool
         return CheckRadiance(file);
     case PictureFormat::FloatMap:
         return CheckFloatMap(file);
-    case PictureFormat::Other:
+    case PictureFormat::Anymap:
+        return CheckAnymap(file);
+    default:
         needs_child = true;
         return "";
-    default:
-        return CheckAnymap(file);
     }
 }
 

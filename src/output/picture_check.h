@@ -14,13 +14,8 @@ enum class PictureFormat : int {
     Other    = -1,  ///< left to the library to find
     Bmp      = 0,
     Jpeg     = 2,
-    PbmText  = 7,
-    Pbm      = 8,
-    PgmText  = 11,
-    Pgm      = 12,
+    Anymap   = 7,  ///< portable bit, grey and pixel maps: one decoder of the library reads all six
     Png      = 13,
-    PpmText  = 14,
-    Ppm      = 15,
     Targa    = 17,
     Tiff     = 18,
     Psd      = 20,
@@ -34,12 +29,13 @@ enum class PictureFormat : int {
 struct PictureVerdict {
     PictureFormat format = PictureFormat::Other;
     std::string   problem;  ///< what is wrong with the file, in a few words; empty: sound as far as can be seen
-    bool          needs_child = false;  ///< sound perhaps, but no check vouches for it: for a process that may end
+    /// Sound perhaps, but no check vouches for it: for a process that may end, in which `problem` does not count.
+    bool needs_child = false;
 };
 
-/// Finds the format of a file and compares its structure, and the size that it claims, with its length and with the memory
-/// of the machine. Hides from the library what it would read though nobody asks for it: previews, notes of cameras and
-/// editors. Time is linear in the length of the file.
+/// Finds the format of a file and compares its structure, and the size that it claims, with its length and with the
+/// memory of the machine. Hides from the library what it would read though nobody asks for it: previews, texts, notes
+/// of cameras and editors. Files that need a child stay as they are. Time is linear in the length of the file.
 PictureVerdict CheckPicture(std::span<std::uint8_t> file);
 
 }  // namespace hv

@@ -37,14 +37,30 @@ bool IsKnownPng(const PngHeader& header)
     }
 }
 
-/// Bytes of compressed pixels, when all chunks are there in full up to the last one; 0 otherwise.
-std::uint64_t CountPngData(ByteReader reader)
+/// Chunks beside the critical ones, which have a capital first, that bear on the pixels.
+constexpr std::uint32_t kPngPixelChunks[] = {Tag("tRNS"), Tag("gAMA"), Tag("cHRM"),
+                                             Tag("sRGB"), Tag("iCCP"), Tag("sBIT")};
+
+bool MakesPngPixels(std::uint32_t tag)
 {
+    const bool is_critical = (tag >> 24 & 0x20u) == 0;
+    return is_critical || std::ranges::find(kPngPixelChunks, tag) != std::end(kPngPixelChunks);
+}
+
+/// Moves what makes the pixels to the front, up to the last chunk, and over all else: the library would keep every text
+/// in memory and unpack it. What is behind the last chunk is never read. Returns the bytes of compressed pixels; 0 when
+/// chunks are missing.
+std::uint64_t KeepPngPixels(std::span<std::uint8_t> file, ByteReader reader)
+{
+    auto          out   = file.begin() + static_cast<std::ptrdiff_t>(reader.Position());
     std::uint64_t bytes = 0;
     while (!reader.IsSpent()) {
+        const auto          chunk  = file.begin() + static_cast<std::ptrdiff_t>(reader.Position());
         const std::uint32_t length = reader.Big32(), tag = reader.Big32();
         reader.Skip(static_cast<std::uint64_t>(length) + 4);  // and the sum
         if (reader.IsSpent()) return 0;
+        const auto end = file.begin() + static_cast<std::ptrdiff_t>(reader.Position());
+        if (MakesPngPixels(tag)) out = out == chunk ? end : std::copy(chunk, end, out);
         if (tag == Tag("IDAT")) bytes += length;
         if (tag == Tag("IEND")) return bytes;
     }
@@ -60,8 +76,6 @@ struct JpegFrame {
 /// Scans over a picture: more are no use to any writer, and each costs a walk over all blocks.
 constexpr std::uint32_t kMostScans       = 256;
 constexpr std::uint64_t kMostBlockVisits = 1ull << 30;
-
-std::uint64_t DividedUp(std::uint64_t number, std::uint64_t divisor) { return (number + divisor - 1) / divisor; }
 
 std::string ReadJpegFrame(ByteReader segment, JpegFrame& frame)
 {
@@ -110,9 +124,25 @@ struct JpegWalk {
     JpegFrame     frame;
     std::uint32_t scan_count = 0;
     std::uint64_t data_bytes = 0;
+    std::uint32_t note_count = 0;      ///< of those that are kept
+    bool          has_end    = false;  ///< the mark behind the last scan is there
+    bool          is_unusual = false;  ///< coded in a way that nobody here vouches for
 };
 
 constexpr std::uint32_t kJpegEnd = 0xd9, kJpegScan = 0xda;
+
+/// Applications write segments 0 to 15; two of them tell how the colours are meant. The library keeps all that it meets
+/// in a list that it walks from its start for each.
+constexpr std::uint32_t kFirstJpegNote = 0xe0, kLastJpegNote = 0xef, kJpegComment = 0xfe;
+constexpr std::uint32_t kJpegPlainColors = 0xe0, kJpegAdobeColors = 0xee;
+constexpr std::uint32_t kMostJpegNotes = 4096;
+
+bool IsJpegNote(std::uint32_t marker)
+{
+    return (marker >= kFirstJpegNote && marker <= kLastJpegNote) || marker == kJpegComment;
+}
+
+bool TellsJpegColors(std::uint32_t marker) { return marker == kJpegPlainColors || marker == kJpegAdobeColors; }
 
 bool IsJpegFrame(std::uint32_t marker)
 {
@@ -121,32 +151,60 @@ bool IsJpegFrame(std::uint32_t marker)
 }
 
 /// One marker with its segment, and the coded data that follow a scan.
-std::string WalkJpegSegment(std::span<std::uint8_t> file, ByteReader& reader, std::uint32_t marker, JpegWalk& walk)
+std::string WalkJpegSegment(FileBytes file, ByteReader& reader, std::uint32_t marker, JpegWalk& walk)
 {
+    constexpr std::uint32_t kLastUsualFrame = 0xc2;  // whole numbers and arithmetic codes are beyond
+
     const std::size_t   start  = reader.Position();
     const std::uint32_t length = reader.Big16();
     if (length < 2) return reader.IsSpent() ? kCutOff : kDamaged;
     reader.Skip(length - 2);
     if (reader.IsSpent()) return kCutOff;
-    // Notes of cameras and editors (segments 1, 2, 13) get a number that the library passes over.
-    if (marker == 0xe1 || marker == 0xe2 || marker == 0xed) file[start - 1] = 0xea;
+    if (TellsJpegColors(marker) && ++walk.note_count > kMostJpegNotes) return kDamaged;
     const ByteReader segment(file.first(reader.Position()), start + 2);
-    if (IsJpegFrame(marker)) return marker > 0xc2 ? kUnreadable : ReadJpegFrame(segment, walk.frame);
+    if (IsJpegFrame(marker)) {
+        walk.is_unusual = walk.is_unusual || marker > kLastUsualFrame;
+        return ReadJpegFrame(segment, walk.frame);
+    }
     if (marker == kJpegScan && walk.frame.block_count == 0) return kDamaged;
     if (marker == kJpegScan) ++walk.scan_count;
     return "";
 }
 
-std::string WalkJpeg(std::span<std::uint8_t> file, JpegWalk& walk)
+std::string WalkJpeg(FileBytes file, JpegWalk& walk)
 {
     ByteReader    reader(file, 2);
     std::uint64_t between = 0;
     for (std::uint32_t marker = NextJpegMarker(reader, between); marker != kJpegEnd;) {
-        if (reader.IsSpent()) return kCutOff;
+        if (reader.IsSpent()) return walk.scan_count > 0 ? "" : kCutOff;
         if (std::string problem = WalkJpegSegment(file, reader, marker, walk); !problem.empty()) return problem;
         marker = NextJpegMarker(reader, marker == kJpegScan ? walk.data_bytes : between);
     }
-    return reader.IsSpent() ? kCutOff : "";
+    walk.has_end = true;
+    return "";
+}
+
+/// Takes the notes out of a sound picture: what stands behind each moves forward.
+void DropJpegNotes(std::span<std::uint8_t> file)
+{
+    ByteReader    reader(file, 2);
+    std::uint64_t between  = 0;
+    auto          kept_end = file.begin() + 2, moved_to = kept_end;
+    const auto    MoveUpTo = [&](std::ptrdiff_t position) {
+        const auto end = file.begin() + position;
+        kept_end       = kept_end == moved_to ? end : std::copy(moved_to, end, kept_end);
+        moved_to       = end;
+    };
+    for (;;) {
+        const std::uint32_t marker = NextJpegMarker(reader, between);
+        const auto          start  = static_cast<std::ptrdiff_t>(reader.Position());
+        if (marker == kJpegEnd) return MoveUpTo(start);
+        const std::uint32_t length = reader.Big16();
+        reader.Skip(length - 2);
+        if (!IsJpegNote(marker) || TellsJpegColors(marker)) continue;
+        MoveUpTo(start - 2);
+        moved_to = file.begin() + static_cast<std::ptrdiff_t>(reader.Position());
+    }
 }
 
 /// The longest string that a code of 12 bits can stand for, and a little.
@@ -218,8 +276,8 @@ bool IsKnownPsd(const PsdHeader& header)
     return known_mode && known_depth && header.channels >= kLeastChannels[header.mode] && header.channels <= 56;
 }
 
-/// Walks the section of resources: signature, number, padded name, padded data. Among them are previews, which the library
-/// would decode and copy without measuring them: all get a number that it passes over.
+/// Walks the section of resources: signature, number, padded name, padded data. Among them are previews, which the
+/// library would decode and copy without measuring them: all get a number that it passes over.
 std::string HidePsdResources(std::span<std::uint8_t> section)
 {
     constexpr std::uint8_t kUnknown[2] = {0x13, 0x87};  // 4999, the last of those for plug-ins
@@ -280,7 +338,7 @@ std::string CheckPsdPixels(FileBytes file, ByteReader reader, const PsdHeader& h
 
 }  // namespace
 
-std::string CheckPng(FileBytes file)
+std::string CheckPng(std::span<std::uint8_t> file)
 {
     ByteReader          reader(file, 8);
     const std::uint32_t length = reader.Big32(), tag = reader.Big32();
@@ -297,24 +355,29 @@ std::string CheckPng(FileBytes file)
     if (std::string problem = CheckSize(header.width, header.height, header.PixelBits(), file); !problem.empty())
         return problem;
 
-    const std::uint64_t data = CountPngData(reader);
+    const std::uint64_t data = KeepPngPixels(file, reader);
     if (data == 0) return kCutOff;
     const std::uint64_t row_bytes = DividedUp(header.width * header.PixelBits(), 8);
     return row_bytes * header.height > kDeflateRatio * data ? Overclaim(header.width, header.height, file) : "";
 }
 
-std::string CheckJpeg(std::span<std::uint8_t> file)
+std::string CheckJpeg(std::span<std::uint8_t> file, bool& needs_child)
 {
     JpegWalk walk;
     if (std::string problem = WalkJpeg(file, walk); !problem.empty()) return problem;
     const JpegFrame& frame = walk.frame;
     if (std::string problem = CheckSize(frame.width, frame.height, 8 * frame.component_count, file); !problem.empty())
         return problem;
-    // A block takes a bit at the very least.
-    if (walk.scan_count == 0 || frame.block_count > 8 * walk.data_bytes)
+    // A block takes a bit at the very least, but for arithmetic codes.
+    if (walk.scan_count == 0 || (!walk.is_unusual && frame.block_count > 8 * walk.data_bytes))
         return Overclaim(frame.width, frame.height, file);
     const bool is_endless = walk.scan_count > kMostScans || walk.scan_count * frame.block_count > kMostBlockVisits;
-    return is_endless ? "goes over its pixels too often" : "";
+    if (is_endless) return "goes over its pixels too often";
+
+    // Without an end the last rows may be missing, and decoders make them up.
+    needs_child = !walk.has_end || walk.is_unusual;
+    if (!needs_child) DropJpegNotes(file);
+    return walk.has_end ? "" : kCutOff;
 }
 
 std::string CheckGif(FileBytes file)
@@ -325,8 +388,10 @@ std::string CheckGif(FileBytes file)
     return WalkGif(file, reader);
 }
 
-std::string CheckPsd(std::span<std::uint8_t> file)
+std::string CheckPsd(std::span<std::uint8_t> file, bool& needs_child)
 {
+    constexpr std::uint32_t kUsual = 1, kLarge = 2;
+
     ByteReader          reader(file, 4);
     const std::uint32_t version = reader.Big16();
     PsdHeader           header;
@@ -337,11 +402,15 @@ std::string CheckPsd(std::span<std::uint8_t> file)
     header.depth    = reader.Big16();
     header.mode     = reader.Big16();
     if (reader.IsSpent()) return kCutOff;
-    if (version != 1 || !IsKnownPsd(header)) return kUnreadable;
+    if ((version != kUsual && version != kLarge) || !IsKnownPsd(header)) return kUnreadable;
     // The library holds up to four channels, but goes through all.
     const std::uint64_t pixel_bits = static_cast<std::uint64_t>(header.depth) * std::max(header.channels, 4u);
     if (std::string problem = CheckSize(header.width, header.height, pixel_bits, file); !problem.empty())
         return problem;
+    if (version == kLarge) {
+        needs_child = true;
+        return "";
+    }
 
     const std::uint32_t color_bytes = reader.Big32();
     reader.Skip(color_bytes);

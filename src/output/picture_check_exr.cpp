@@ -102,7 +102,8 @@ std::string ReadAttributes(FileBytes file, ByteReader& reader, std::size_t longe
     }
 }
 
-std::uint64_t DividedUp(std::uint64_t number, std::uint64_t divisor) { return (number + divisor - 1) / divisor; }
+/// Whether the picture is there in all halved widths with all halved heights.
+bool HasRipmaps(const ExrHeader& header) { return header.is_tiled && (header.tile_mode & 15u) == 2; }
 
 /// Tiles of all sizes of a picture that is stored once, or halved again and again.
 std::uint64_t CountTiles(const ExrHeader& header)
@@ -138,7 +139,7 @@ bool HasKnownTiles(const ExrHeader& header)
     constexpr std::uint64_t kLargestTile = 1 << 24;  // pixels, beside those of the picture
 
     const std::uint64_t pixels = static_cast<std::uint64_t>(header.tile_width) * header.tile_height;
-    return header.tile_width > 0 && header.tile_height > 0 && pixels <= kLargestTile && (header.tile_mode & 15u) <= 1;
+    return header.tile_width > 0 && header.tile_height > 0 && pixels <= kLargestTile && (header.tile_mode & 15u) <= 2;
 }
 
 std::string CheckPixels(FileBytes file, ByteReader table, const ExrHeader& header)
@@ -176,6 +177,8 @@ std::string CheckExr(FileBytes file, bool& needs_child)
         return problem;
     if (header.channel_count == 0 || header.compression >= std::size(kExrCompressions)) return kUnreadable;
     if (header.is_tiled && !HasKnownTiles(header)) return kUnreadable;
+    needs_child = HasRipmaps(header);
+    if (needs_child) return "";
     return CheckPixels(file, reader, header);
 }
 

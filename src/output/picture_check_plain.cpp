@@ -61,8 +61,8 @@ bool IsKnownBmp(const BmpHeader& header)
     }
 }
 
-/// Walks run-length coded rows: pairs of count and value, a count of 0 before a command. All of them must lie inside the
-/// picture, and the last command must be there.
+/// Walks run-length coded rows: pairs of count and value, a count of 0 before a command. All of them must lie inside
+/// the picture, and the last command must be there.
 std::string WalkBmpRuns(FileBytes file, ByteReader reader, const BmpHeader& header)
 {
     constexpr std::uint64_t kBestRatio = 128;  // 255 pixels for a pair
@@ -217,14 +217,23 @@ std::string_view NextLine(FileBytes file, ByteReader& reader)
     return {reinterpret_cast<const char*>(file.data()) + start, length};
 }
 
-/// The number behind a word of the size line; 0 if there is none.
-std::uint32_t NumberAfter(std::string_view line, std::string_view word)
+void SkipBlanks(std::string_view& line)
 {
-    const std::size_t at = line.find(word);
-    if (at == std::string_view::npos) return 0;
-    const char*   digits = line.data() + at + word.size();
-    std::uint32_t number = 0;
-    std::from_chars(digits, line.data() + line.size(), number);
+    line.remove_prefix(std::min(line.find_first_not_of(" \t\r\v\f"), line.size()));
+}
+
+/// Takes a word and the number behind it off a line, with any blanks before each and any sign but minus. 0 if they are
+/// not there.
+std::uint32_t TakeNumber(std::string_view& line, std::string_view word)
+{
+    SkipBlanks(line);
+    if (!line.starts_with(word)) return 0;
+    line.remove_prefix(word.size());
+    SkipBlanks(line);
+    if (line.starts_with('+')) line.remove_prefix(1);
+    std::uint32_t     number = 0;
+    const char* const end    = std::from_chars(line.data(), line.data() + line.size(), number).ptr;
+    line.remove_prefix(static_cast<std::size_t>(end - line.data()));
     return number;
 }
 
@@ -335,13 +344,13 @@ std::string CheckAnymap(FileBytes file)
 
 std::string CheckFloatMap(FileBytes file)
 {
-    ByteReader             reader(file);
-    const std::string_view magic    = NextLine(file, reader);
-    const std::uint64_t    channels = magic == "PF" ? 3 : 1;
-    const std::int64_t     width = NextNumber(reader), height = NextNumber(reader);
+    ByteReader reader(file);
+    reader.Skip(1);
+    const std::uint64_t channels = reader.Byte() == 'F' ? 3 : 1;
+    const std::int64_t  width = NextNumber(reader), height = NextNumber(reader);
     NextLine(file, reader);  // the scale
     if (reader.IsSpent()) return kCutOff;
-    if (magic.size() != 2 || width < 0 || height < 0) return kDamaged;
+    if (width < 0 || height < 0) return kDamaged;
 
     const auto columns = static_cast<std::uint64_t>(width), rows = static_cast<std::uint64_t>(height);
     if (std::string problem = CheckSize(columns, rows, 32 * channels, file); !problem.empty()) return problem;
@@ -354,12 +363,11 @@ std::string CheckRadiance(FileBytes file)
     bool       has_format = false;
     for (std::string_view line = NextLine(file, reader); !line.empty(); line = NextLine(file, reader))
         has_format = has_format || line == "FORMAT=32-bit_rle_rgbe";
-    const std::string_view size = NextLine(file, reader);
+    std::string_view size = NextLine(file, reader);
     if (reader.IsSpent()) return kCutOff;
-    if (!has_format) return kUnreadable;
-    if (!size.starts_with("-Y ")) return kUnreadable;
+    if (!has_format || !size.starts_with("-Y")) return kUnreadable;
 
-    const std::uint32_t width = NumberAfter(size, "+X "), height = NumberAfter(size, "-Y ");
+    const std::uint32_t height = TakeNumber(size, "-Y"), width = TakeNumber(size, "+X");
     if (std::string problem = CheckSize(width, height, 96, file); !problem.empty()) return problem;
     return WalkRadianceRows(reader, width, height);
 }

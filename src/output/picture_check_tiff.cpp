@@ -105,8 +105,10 @@ public:
         if (std::string problem = ReadDirectory(offset); !problem.empty()) return problem;
         needs_child_ = needs_child_ || Find(kCameraRaw);
         if (needs_child_) return "";
-        KeepPixelFields(offset);
-        return CheckPixels();
+        if (std::string problem = CheckPixels(); !problem.empty()) return problem;
+        // Other kinds of pictures may be made by further fields.
+        if (!needs_child_) KeepPixelFields(offset);
+        return "";
     }
 
 private:
@@ -136,12 +138,15 @@ private:
         return reader.IsSpent() ? kCutOff : "";
     }
 
-    std::string CheckField(Field& field, std::uint32_t place) const
+    std::string CheckField(Field& field, std::uint32_t place)
     {
         constexpr std::uint32_t kShort = 3, kLong = 4;
 
         const bool is_number = field.type == kShort || field.type == kLong;
-        if (!is_number && field.tag != kJpegTables && field.tag != kCameraRaw) return kDamaged;
+        if (!is_number && field.tag != kJpegTables && field.tag != kCameraRaw) {
+            needs_child_ = true;  // the library has its ways with numbers of other sizes
+            return "";
+        }
         const std::uint64_t bytes = static_cast<std::uint64_t>(field.count) * field.ValueBytes();
         if (bytes > 4) field.position = place;
         if (bytes == 0 || Find(field.tag)) return kDamaged;
@@ -203,7 +208,8 @@ private:
         return layout;
     }
 
-    /// Whether the samples of a pixel make a colour that the library knows how to read, as it asserts but does not check.
+    /// Whether the samples of a pixel make a colour that the library knows how to read, as it asserts but does not
+    /// check.
     bool IsKnownColor(const Layout& layout) const
     {
         const Field* map = Find(kColorMap);
@@ -271,14 +277,17 @@ private:
     }
 
     /// Every strip or tile lies in the file and can hold its pixels.
-    std::string CheckPieces(const Layout& layout, std::uint64_t ratio) const
+    std::string CheckPieces(const Layout& layout, std::uint64_t ratio)
     {
         const Field* offsets = Find(layout.is_tiled ? kTileOffsets : kStripOffsets);
         const Field* counts  = Find(layout.is_tiled ? kTileByteCounts : kStripByteCounts);
-        if (!offsets || !counts) return kDamaged;
-
-        const std::uint64_t across = (layout.width + layout.piece_width - 1) / layout.piece_width;
-        const std::uint64_t down   = (layout.height + layout.piece_height - 1) / layout.piece_height;
+        if (!offsets) return kDamaged;
+        if (!counts) {
+            needs_child_ = true;  // the library guesses them
+            return "";
+        }
+        const std::uint64_t across = DividedUp(layout.width, layout.piece_width);
+        const std::uint64_t down   = DividedUp(layout.height, layout.piece_height);
         const std::uint64_t pieces = across * down * layout.planes;
         if (offsets->count < pieces || counts->count < pieces) return kDamaged;
 

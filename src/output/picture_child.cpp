@@ -1,5 +1,7 @@
 #include "output/picture_child.h"
 
+#include "base/physical_memory.h"
+
 #include <fcntl.h>
 #include <omp.h>
 #include <poll.h>
@@ -16,6 +18,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <exception>
+#include <limits>
 #include <new>
 #include <span>
 
@@ -139,8 +142,8 @@ void LimitChild(std::uint64_t addresses_in_use)
         Limit(RLIMIT_AS, bytes, bytes);
     }
     // The host's handlers would act for the host, and its threads are not here to help a decoder.
-    for (const int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP, SIGXCPU, SIGPIPE, SIGTERM})
-        std::signal(signal, SIG_DFL);
+    for (int signal = 1; signal < NSIG; ++signal) std::signal(signal, SIG_DFL);
+    std::signal(SIGINT, SIG_IGN);  // a terminal sends it to both: the host decides what becomes of its picture
     omp_set_num_threads(1);
 }
 
@@ -188,6 +191,18 @@ std::string TryToDecode(Image& image, const std::string& path, PictureDecoder de
     ::_exit(sent ? 0 : 1);
 }
 
+/// Bytes of pixels that a reply of this layout must bring; 0 for a layout that no picture has.
+std::uint64_t ExpectedBytes(const Reply& reply)
+{
+    constexpr std::int32_t kLongestSide = 1 << 24;
+
+    const bool has_size = std::min(reply.width, reply.height) > 0 && std::max(reply.width, reply.height) < kLongestSide;
+    const bool has_bytes = reply.bits == 8 || reply.bits == 16 || reply.bits == 32;
+    if (!has_size || !has_bytes || reply.channels < 1 || reply.channels > 4) return 0;
+    const auto pixels = static_cast<std::uint64_t>(reply.width) * static_cast<std::uint64_t>(reply.height);
+    return reply.packed == 1 ? pixels * 4 : pixels * static_cast<std::uint64_t>(reply.channels * reply.bits / 8);
+}
+
 /// Takes over what a child sent. It may have been led astray by its file, so nothing it says is believed unseen.
 Arrival ReceiveReply(int input, Clock::time_point deadline, Image& image, std::string& problem)
 {
@@ -202,6 +217,7 @@ Arrival ReceiveReply(int input, Clock::time_point deadline, Image& image, std::s
     image.loaded = true;
     if (reply.pixel_bytes == 0) return Arrival::Complete;
 
+    if (reply.pixel_bytes != ExpectedBytes(reply)) return Arrival::Ended;
     if (!AllocateImage(image, reply.width, reply.height, reply.channels, reply.bits, reply.packed == 1)) {
         problem = "does not fit into memory";
         return Arrival::Complete;
@@ -210,28 +226,22 @@ Arrival ReceiveReply(int input, Clock::time_point deadline, Image& image, std::s
     return store.size() == reply.pixel_bytes ? Receive(input, store, deadline) : Arrival::Ended;
 }
 
-/// Waits for a child that has been told to end. Returns its status, or -1 where the host lets the system reap for it.
-int Reap(pid_t child)
+/// Ends a child, if it has not ended by itself, and tells how it did; -1 where the host lets the system reap for it. A
+/// child that is not reaped keeps its number, so the signal can meet no other process.
+int EndChild(pid_t child)
 {
     int   status = 0;
-    pid_t reaped = -1;
-    do reaped = ::waitpid(child, &status, 0);
-    while (reaped < 0 && errno == EINTR);
+    pid_t reaped = ::waitpid(child, &status, WNOHANG);
+    if (reaped == 0) ::kill(child, SIGKILL);
+    while (reaped == 0 || (reaped < 0 && errno == EINTR)) reaped = ::waitpid(child, &status, 0);
     return reaped == child ? status : -1;
 }
 
-/// Ends a child, if it has not ended by itself, and tells how it did. A child that is not reaped keeps its number, so the
-/// signal can meet no other process.
-int EndChild(pid_t child, bool is_expected_to_end)
+/// In megabytes.
+int HalfOfMemory()
 {
-    int status = 0;
-    if (!is_expected_to_end) {
-        const pid_t reaped = ::waitpid(child, &status, WNOHANG);
-        if (reaped == child) return status;
-        if (reaped < 0 && errno == ECHILD) return -1;
-        ::kill(child, SIGKILL);
-    }
-    return Reap(child);
+    const std::uint64_t megabytes = PhysicalMemory() / 2 / kMegabyte;
+    return static_cast<int>(std::min<std::uint64_t>(megabytes, std::numeric_limits<int>::max()));
 }
 
 std::string TooSlow() { return "took longer than " + std::to_string(PictureChild.seconds) + " s to decode"; }
@@ -253,7 +263,7 @@ void SetPictureChild(bool on, int seconds, int megabytes)
     constexpr PictureChildSettings kDefault;
     PictureChild.on        = on;
     PictureChild.seconds   = seconds > 0 ? seconds : kDefault.seconds;
-    PictureChild.megabytes = megabytes > 0 ? megabytes : kDefault.megabytes;
+    PictureChild.megabytes = megabytes > 0 ? megabytes : std::max(kDefault.megabytes, HalfOfMemory());
 }
 
 std::string DecodeInChild(Image& image, const std::string& path, PictureDecoder decode)
@@ -277,7 +287,7 @@ std::string DecodeInChild(Image& image, const std::string& path, PictureDecoder 
         arrival = Arrival::Complete;
     }
     pipe.Close(0);
-    const int status = EndChild(child, arrival == Arrival::Complete);
+    const int status = EndChild(child);
     return arrival == Arrival::Complete ? problem : Cause(arrival, status);
 }
 

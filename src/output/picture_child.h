@@ -4,20 +4,21 @@
 
 #include <string>
 
-/// Pictures decoded in a process of their own: one that crashes, hangs or takes too much memory costs that picture alone.
+/// Pictures decoded in a process of their own: one that crashes, hangs or takes too much memory costs that picture
+/// alone.
 namespace hv {
 
 /// Limits of a child process, and whether there is one.
 struct PictureChildSettings {
     bool on        = false;
     int  seconds   = 20;    ///< of processor time, and of the clock
-    int  megabytes = 2048;  ///< beyond what the host's process has in use
+    int  megabytes = 2048;  ///< beyond what the host's process has in use; the least default, see SetPictureChild
 };
 
 /// Set by the host at any time, kept across sessions.
 extern PictureChildSettings PictureChild;
 
-/// Values of 0 and below stand for the defaults.
+/// Values of 0 and below stand for the defaults: 20 s, and half of the memory of the machine, but 2048 MB at least.
 void SetPictureChild(bool on, int seconds, int megabytes);
 
 /// Fills an image from a file. Returns what is wrong in a few words; empty when the image is loaded.

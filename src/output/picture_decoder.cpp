@@ -3,6 +3,7 @@
 #include "output/image_library.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstddef>
 #include <cstring>
@@ -11,6 +12,8 @@
 
 namespace hv {
 namespace {
+
+constexpr const char* kNoMemory = "does not fit into memory";
 
 /// Channels and bits of the store for a kind of pixel; no channels for a kind without one.
 struct StoreLayout {
@@ -45,8 +48,8 @@ StoreLayout LayoutOf(PixelKind kind)
     }
 }
 
-/// Red, green, blue and a common exponent, a byte each. Truncated, so a channel loses less than 1/128 of the largest one;
-/// what is not above 0 counts as 0.
+/// Red, green, blue and a common exponent, a byte each. Truncated, so a channel loses less than 1/128 of the largest
+/// one; what is not above 0 counts as 0.
 std::uint32_t PackColor(const float color[3])
 {
     constexpr float kSmallest = 1e-32f;
@@ -105,8 +108,7 @@ std::string StorePixels(Image& image, const Bitmap& bitmap)
         return "";
     }
     const bool packed = kind == PixelKind::FloatColor && image.allow_packing;
-    if (!AllocateImage(image, bitmap.Width(), bitmap.Height(), channels, bits, packed))
-        return "does not fit into memory";
+    if (!AllocateImage(image, bitmap.Width(), bitmap.Height(), channels, bits, packed)) return kNoMemory;
 
     const std::span<std::byte> store     = PixelBytes(image);
     const std::size_t          row_bytes = store.size() / static_cast<std::size_t>(image.height);
@@ -128,15 +130,18 @@ bool IsUpsideDown(std::string_view path)
 
 std::string DecodePicture(Image& image, std::span<std::uint8_t> file, bool in_child)
 {
-    const PictureVerdict verdict = CheckPicture(file);
-    if (!verdict.problem.empty()) return verdict.problem;
+    const PictureVerdict verdict          = CheckPicture(file);
+    const bool           is_left_to_child = verdict.needs_child && in_child;
+    if (!verdict.problem.empty() && !is_left_to_child) return verdict.problem;
     if (verdict.needs_child && !in_child) return "is of a format that is read in a child process only";
 
     const bool is_found = verdict.format == PictureFormat::Other;
     const int  format   = is_found ? Bitmap::FormatOf(file) : static_cast<int>(verdict.format);
     if (format == Bitmap::kNoFormat) return "is of no known picture format";
+    errno         = 0;
     Bitmap bitmap = Bitmap::Load(format, file);
-    if (!bitmap.IsAllocated()) return "cannot be decoded";
+    // The library does not tell why it gave up, but an allocation that failed leaves its mark.
+    if (!bitmap.IsAllocated()) return errno == ENOMEM ? kNoMemory : "cannot be decoded";
     if (IsUpsideDown(image.path)) bitmap.FlipVertical();
     return StorePixels(image, bitmap);
 }

@@ -13,17 +13,17 @@ inline constexpr const char* kCutOff     = "is cut off";
 inline constexpr const char* kDamaged    = "is damaged";
 inline constexpr const char* kUnreadable = "is of a kind that cannot be read";
 
-/// Each says what is wrong with a file of its format, empty for nothing. Those that may write hide parts of the file. CheckTiff and CheckExr set `needs_child` for
-/// kinds that nobody here vouches for.
+/// Each says what is wrong with a file of its format, empty for nothing. Those that take a writable span overwrite what
+/// the library need not see. Those that take `needs_child` set it for kinds that nobody here vouches for.
 std::string CheckBmp(FileBytes file);
 std::string CheckTarga(FileBytes file);
 std::string CheckAnymap(FileBytes file);    ///< portable bit, grey and pixel maps, P1 to P6
 std::string CheckFloatMap(FileBytes file);  ///< portable float map
 std::string CheckRadiance(FileBytes file);
-std::string CheckPng(FileBytes file);
-std::string CheckJpeg(std::span<std::uint8_t> file);
+std::string CheckPng(std::span<std::uint8_t> file);
+std::string CheckJpeg(std::span<std::uint8_t> file, bool& needs_child);
 std::string CheckGif(FileBytes file);
-std::string CheckPsd(std::span<std::uint8_t> file);
+std::string CheckPsd(std::span<std::uint8_t> file, bool& needs_child);
 std::string CheckTiff(std::span<std::uint8_t> file, bool& needs_child);
 std::string CheckExr(FileBytes file, bool& needs_child);
 
@@ -36,6 +36,9 @@ std::string CheckSize(std::uint64_t width, std::uint64_t height, std::uint64_t p
 
 /// "claims ... pixels in ... bytes".
 std::string Overclaim(std::uint64_t width, std::uint64_t height, FileBytes file);
+
+/// Rounded up to a whole number.
+inline std::uint64_t DividedUp(std::uint64_t number, std::uint64_t divisor) { return (number + divisor - 1) / divisor; }
 
 /// Reads numbers off a file. Beyond the end everything reads 0 and the reader is spent for good.
 class ByteReader {
