@@ -1,6 +1,7 @@
 // The command-line host: renders a scene folder to a picture. It uses nothing but the public headers. Standard output
 // carries the library's report alone; whatever this program has to say goes to standard error.
 
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <optional>
@@ -146,6 +147,22 @@ std::string AddAllLightShares(const Plan& plan)
 
 bool OnFrame(int finished, int total, void* user) { return static_cast<Progress*>(user)->AfterFrame(finished, total); }
 
+/// Says what would fit. `resolution` is close to the limit: the advice is rounded up to two digits.
+void OnTooManyCells(double megabytes, double, float resolution, void*)
+{
+    std::string advice = "halvorne: the density cells of one part would take " +
+                         std::to_string(std::lround(megabytes)) + " MB, the limit is 1024 MB; ";
+    if (resolution > 0.0f) {
+        const double digit = std::pow(10.0, std::floor(std::log10(resolution)) - 1.0);
+        char         number[32];
+        std::snprintf(number, sizeof number, "%.8g", std::ceil(resolution / digit) * digit);
+        advice += std::string("'resolution ") + number + "' in the render section would fit";
+    } else {
+        advice += "its faces are too many for any 'resolution'; '--path-tracing' needs no cells";
+    }
+    std::fprintf(stderr, "%s\n", advice.c_str());
+}
+
 void OnWrite(const char* path, bool written, void* user)
 {
     Written& files = *static_cast<Written*>(user);
@@ -160,6 +177,7 @@ int Render(const Options& options, const Plan& plan)
     Progress progress(!options.quiet);
     hvxSetWriteCallback(OnWrite, &files);
     hvxSetFrameCallback(OnFrame, &progress);
+    hvxSetDensityCallback(OnTooManyCells, nullptr);
 
     hvInitialize();
     hvxImage film{};
@@ -183,6 +201,10 @@ int RunSession(const Options& options, const Plan& plan)
     if (hvxLoadScene((plan.scene.string() + "/").c_str()) < 0) return Fail("cannot read '" + plan.scene.string() + "'");
     if (hvxGetCameraCount() < 1) return Fail("'" + plan.scene.string() + "' has no camera");
     OverrideCamera(options, plan);
+    if (options.path_tracing) {
+        hvSetRendererDistance(0);
+        hvSetRendererResolution(0);
+    }
     if (const std::string problem = CheckCamera(options); !problem.empty()) return Fail(problem);
     if (options.light_aovs) {
         if (const std::string problem = AddAllLightShares(plan); !problem.empty()) return Fail(problem);

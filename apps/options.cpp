@@ -153,6 +153,8 @@ std::optional<int> ReadOptions(int argument_count, char** arguments, Options& op
     AddRegionOption(app, options);
     app.add_option("--threads", options.threads, "threads to render with. Default: all")->check(WholeNumber(1, 256));
     AddSeedOption(app, options);
+    app.add_flag("--path-tracing", options.path_tracing,
+                 "paths end at no density cell, as with distance 0 and resolution 0");
     app.add_flag("-q,--quiet", options.quiet, "print errors of this program only");
     app.add_flag("--no-chdir", keep_folder, "geometry paths of the scene are relative to the present folder");
     try {

@@ -26,6 +26,7 @@ struct Options {
     std::optional<std::array<int, 4>> region;              ///< x0, y0, x1, y1, half-open, y downwards
     std::optional<int>                threads;
     std::optional<std::uint64_t>      seed;
+    bool                              path_tracing  = false;  ///< no path ends at a density cell
     bool                              quiet         = false;
     bool                              change_folder = true;
 };

@@ -15,7 +15,7 @@
  *  linear RGB. Additions to this interface live in hvx.h.
  *
  *  The interface is whole; some of what it stores takes effect in later releases: the preview window, displacement,
- *  smoothing by angle, photons, density cells and hair. The table in README.md tells what works.
+ *  smoothing by angle and hair. The table in README.md tells what works.
  */
 #ifndef HV_H
 #define HV_H
@@ -216,16 +216,21 @@ HV_API void hvSetRendererBounce(int count);
 /** Longest path in vertices. Default: 8; below 2 counts as 1, above 255 as 255. */
 HV_API void hvSetRendererRayDepth(int depth);
 
-/** Longest photon path in vertices. Default: 8; below 2 counts as 1, above 254 as 254. */
+/** Depth of the last segment that a photon is followed along; the first has 0. Default: 8; below 2 counts as 1, above 254
+ *  as 254. */
 HV_API void hvSetRendererPhotonDepth(int depth);
 
-/** Distance in metres after which a path may end at a density cell. 0 renders by path tracing alone. Default: 1. */
+/** Metres that a ray must travel, behind a diffuse bounce, for its path to end at the density cell that it meets; rays
+ *  behind `Bounce` diffuse bounces end there at any distance. 0 renders by path tracing alone. Default: 1. */
 HV_API void hvSetRendererDistance(float metres);
 
-/** Density cells per metre. 0 renders by path tracing alone. Default: 1. */
+/** Area of a density cell to aim at, square metres; a face has at most 255 x 255 cells. A cell takes 24 bytes; more than
+ *  1 GB for the triangles or for the tetragons of a part end the process with exit code 1 (see hvxSetDensityCallback).
+ *  0 renders by path tracing alone. Default: 1. */
 HV_API void hvSetRendererResolution(float resolution);
 
-/** Radius in metres in which photons are gathered. Default: 1. */
+/** Metres around a point within which the 32 nearest caustic photons are gathered: caustics blur over less where photons
+ *  lie dense. Below 1e-8: no caustics. Default: 1. */
 HV_API void hvSetRendererRadius(float metres);
 
 /** Upper limit of a sample, per channel. Default: 3.4e38 each; raised to 0 at preparation. */
@@ -352,7 +357,8 @@ HV_API int  hvAddPointLight(void);                                          /**<
 HV_API void hvSetPointLightPosition(int light, float x, float y, float z);  /**< metres. Default: 0 0 0 */
 HV_API void hvSetPointLightDirection(int light, float x, float y, float z); /**< axis of the cone. Default: 0 1 0 */
 HV_API void hvSetPointLightColor(int light, float r, float g, float b);     /**< default 1 1 1 */
-HV_API void hvSetPointLightPhoton(int light, int count);                    /**< photons to cast. Default: 0 */
+HV_API void hvSetPointLightPhoton(
+    int light, int count); /**< photons to cast, once per render: caustics and light in density cells. Default: 0 */
 
 /** Shadow rays of a first vertex over the whole render, where the light has a blur. At least one a frame. Default: 1. */
 HV_API void hvSetPointLightSample(int light, int count);
@@ -400,7 +406,7 @@ HV_API void hvSetParallelLightShaderLink(int light, int shader);
  *  read (an error line), the sky has its colour all around. */
 HV_API void hvSetSkyLightImage(const char* path);
 HV_API void hvSetSkyLightBackdrop(const char* path); /**< picture behind the scene, seen by camera rays alone */
-HV_API void hvSetSkyLightPhoton(int count);          /**< default 1000000 */
+HV_API void hvSetSkyLightPhoton(int count);          /**< for density cells alone. Default: 1000000 */
 
 /** Shadow rays of a first vertex over the whole render, drawn from the picture. 0 leaves it to scattered rays, as does a
  *  sky without a picture. Default: 64. */
@@ -419,7 +425,7 @@ HV_API void hvSetSkyLightAOVChannel(int aov, enum Channel channel); /**< rays th
  *      which direct lighting draws. ---- */
 
 /** Photons to cast. Above 0 they, and not rays, carry the light of sampled emitters that goes from a diffuse surface over a
- *  mirror to the emitter. This release casts none: set 0 to leave that light to rays. Default: 1000000. */
+ *  mirror to the emitter: as caustics, where the emitter is a virtual light. Default: 1000000. */
 HV_API void hvSetGeometryLightPhoton(int count);
 
 /** Shadow rays of a first vertex over the whole render. 0, the default, leaves all emission to scattered rays. */

@@ -95,6 +95,15 @@ HV_API void hvxSetFrameCallback(hvxFrameCallback callback, void* user); /**< nul
 typedef void (*hvxWriteCallback)(const char* path, bool written, void* user);
 HV_API void hvxSetWriteCallback(hvxWriteCallback callback, void* user); /**< null: none, the default */
 
+/** What density cells would take, told by hvInitialize and hvInitializeAccelerator right before they end the process: the
+ *  cells of one kind of faces of one part would pass the limit of 1 GB. Nothing has been cast or rendered then.
+ *  megabytes   of the largest such set; total_megabytes: of all cells.
+ *  resolution  near the smallest value of hvSetRendererResolution (square metres a cell) at which each set fits; 0 if
+ *              there is none: the faces are too many.
+ *  The callback may end the process itself; if it returns, the message of the limit follows, and exit code 1. */
+typedef void (*hvxDensityCallback)(double megabytes, double total_megabytes, float resolution, void* user);
+HV_API void hvxSetDensityCallback(hvxDensityCallback callback, void* user); /**< null: none, the default */
+
 /** Decodes each picture file in a forked child process, so that a file that crashes, stalls or swamps its decoder costs
  *  that picture and one error line of the report, never the host. Files of uncommon formats, whose decoders nothing else
  *  guards, are read in this mode only.

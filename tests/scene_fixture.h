@@ -14,8 +14,8 @@
 
 namespace hv {
 
-/// Starts the library, silent and with fixed random numbers, and shuts it down again. The sky has the colour 1 and no
-/// density cells are in use. One camera looks from (0, -2, 0) along +y, with z up, through so small an angle that all rays
+/// Starts the library, silent and with fixed random numbers, and shuts it down again. The sky has the colour 1; no
+/// photons are cast and no density cells are in use. One camera looks from (0, -2, 0) along +y, with z up, through so small an angle that all rays
 /// of a pixel are one.
 class TestScene {
 public:
@@ -28,6 +28,8 @@ public:
         hvSetRendererDistance(0);
         hvSetRendererBounce(1);
         hvSetSkyLightColor(1, 1, 1);
+        hvSetSkyLightPhoton(0);
+        hvSetGeometryLightPhoton(0);
         hvAddCamera();
         hvSetCameraResolution(0, width, height);
         hvSetCameraSample(0, frames);

@@ -5,11 +5,14 @@
 #include "base/per_thread.h"
 
 #include <cstdint>
+#include <vector>
 
 namespace hv {
 
 struct Part;
 struct SurfacePoint;
+
+using LinkList = std::vector<std::uint32_t>;  ///< shaders that a light acts on; empty: all
 
 /// How a ray left its last vertex.
 enum class ElementCode : std::uint8_t {
@@ -37,6 +40,7 @@ struct RayRecord {
     Color               throughput = kWhite;    ///< product of colours and Fresnel weights; white on a primary ray
     Color               power      = kBlack;    ///< photon paths only
     const SurfacePoint* from_surface    = nullptr;  ///< the vertex that this ray left; null on a primary ray
+    const LinkList*     photon_links    = nullptr;  ///< first segment of a photon: shaders that its light acts on
     const Part*         hit_part        = nullptr;
     float               refraction      = 1.0f;  ///< product of the relative indices of refraction crossed so far
     std::uint32_t       weight_count    = 1;     ///< every AOV contribution is divided by it

@@ -45,6 +45,18 @@ struct Tetragon {
     std::uint32_t shader;
 };
 
+/// Density cells of the faces of one kind of a part: radiance by diffuse reflection on both sides, from photons. A face
+/// has `size` squared cells from `base` on. Triangles: row r of (1 - u) size holds 2 r + 1 cells from r^2 on. Tetragons:
+/// rows along u, columns along v.
+struct DensityCells {
+    struct Grid {
+        std::uint32_t base = 0, size = 0;  ///< size: 1 to 255
+    };
+    std::vector<Grid>  grids;        ///< one a face; empty without density cells
+    std::vector<Color> front, back;  ///< written by the photon cast alone
+    std::size_t        first = 0;    ///< number of the first cell among all of the root; set while photons are cast
+};
+
 struct WeldTable;  ///< scratch of FlattenStagedMesh
 
 /// A bag of primitives that share one set of vertex arrays, in the space of their Object.
@@ -71,9 +83,10 @@ struct Part {
     std::uint32_t                    shaderID = 0;  ///< stamped on triangles and tetragons as they are added
     std::string                      name;
     std::string                      shaderName = "undefined";
-    bool                             hasMotion  = false;  ///< set by PreparePart
-    bool                             isPrepared = false;  ///< set by PreparePart: faces are flipped but once
-    std::unique_ptr<WeldTable>       weldBuckets;         ///< released when the part is prepared
+    bool                             hasMotion  = false;            ///< set by PreparePart
+    bool                             isPrepared = false;            ///< set by PreparePart: faces are flipped but once
+    std::unique_ptr<WeldTable>       weldBuckets;                   ///< released when the part is prepared
+    DensityCells                     triangleCells, tetragonCells;  ///< of parts of the root object
 };
 
 /// Places another Object inside the one that owns it.

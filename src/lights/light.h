@@ -19,6 +19,9 @@ struct Light {
     virtual ~Light()     = default;
     virtual void Reset() = 0;  ///< applies the defaults of the derived type
 
+    /// Makes photon number `index` of the light. `thread` and the hit fields are left as they are.
+    virtual void GeneratePhoton(RayRecord& photon, std::uint32_t index) const = 0;
+
     Vector                     e1, e2, axis;  ///< basis; the axis of a parallel light is its direction
     Color                      color        = kWhite;
     Color                      photon_power = kWhite;  ///< of the light as a whole, set in preparation
@@ -37,6 +40,7 @@ struct Light {
 struct PointLight : Light {
     PointLight() { Reset(); }
     void Reset() override;
+    void GeneratePhoton(RayRecord& photon, std::uint32_t index) const override;
 
     Vector position;                                   ///< metres
     Vector direction{0.0f, 1.0f, 0.0f};                ///< spot axis
@@ -47,6 +51,7 @@ struct PointLight : Light {
 struct ParallelLight : Light {
     ParallelLight() { Reset(); }
     void Reset() override;
+    void GeneratePhoton(RayRecord& photon, std::uint32_t index) const override;
 };
 
 /// Filled by hvAddPointLight, hvAddParallelLight and scene files; emptied by hvFinalizeGaffer, hvFinalize and the end

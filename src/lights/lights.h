@@ -6,6 +6,8 @@
 /// The lights: defaults, preparation, what a ray sees of the sky.
 namespace hv {
 
+struct SurfacePoint;
+
 /// Sets the defaults that start-up, the end of a render and finalize set again.
 void SkyLightDefaults();
 void GeometryLightDefaults();
@@ -100,5 +102,14 @@ Vector PointOnSource(const PointLight& light, float a, float b);
 /// Unit direction uniform in the cone of a parallel light, along which it shines. u1 turns about the axis, u2 opens: 0
 /// to 1.
 Vector SampleConeDirection(const ParallelLight& light, float u1, float u2);
+
+// ---- Photons (photon_sources.cpp). Each carries flux / pi, in watts; `thread` must be set. ----
+
+/// Makes photon `index` of the sky: from a disc outside the scene's sphere, against the direction that it comes from.
+void GenerateSkyPhoton(RayRecord& photon, std::uint32_t index);
+
+/// Starts photon `index` of `count` from the emitters: all but its direction. `point` is the surface that it leaves, on
+/// the side that emits. False, with power black, where nothing emits.
+bool StartEmitterPhoton(RayRecord& photon, std::uint32_t index, std::uint32_t count, SurfacePoint& point);
 
 }  // namespace hv

@@ -8,6 +8,7 @@
 #include "session/guard.h"
 #include "session/sampling.h"
 #include "session/session.h"
+#include "transport/transport.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -151,6 +152,7 @@ bool hvxGetLightAOV(hvxLight kind, int light, int aov, hvxImage* image)
 }
 
 void hvxSetFrameCallback(hvxFrameCallback callback, void* user) { SetFrameObserver(callback, user); }
+void hvxSetDensityCallback(hvxDensityCallback callback, void* user) { SetDensityObserver(callback, user); }
 void hvxSetWriteCallback(hvxWriteCallback callback, void* user) { SetWriteObserver(callback, user); }
 
 void hvxSetPictureChild(bool on, int seconds, int megabytes) { SetPictureChild(on, seconds, megabytes); }

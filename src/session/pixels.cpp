@@ -65,6 +65,7 @@ void RenderRegion(const Camera& camera, const Region& region, int frame, const S
 #pragma omp parallel for schedule(dynamic, 1) num_threads(TeamSize())
     for (int y = region.y0; y < region.y1; ++y) {
         const int thread = omp_get_thread_num();
+        ForgetLastLookup(thread);
         for (int x = region.x0; x < region.x1; ++x) {
             const std::uint32_t pixel = static_cast<std::uint32_t>(camera.width) * static_cast<std::uint32_t>(y) +
                                         static_cast<std::uint32_t>(x);

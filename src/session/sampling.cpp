@@ -19,7 +19,7 @@ namespace {
 
 constexpr std::uint32_t kPrimeCount = 64;
 
-constexpr std::int64_t kPrimes[kPrimeCount] = {
+constexpr std::uint32_t kPrimes[kPrimeCount] = {
     2,   3,   5,   7,   11,  13,  17,  19,  23,  29,  31,  37,  41,  43,  47,  53,  59,  61,  67,  71,  73,  79,
     83,  89,  97,  101, 103, 107, 109, 113, 127, 131, 137, 139, 149, 151, 157, 163, 167, 173, 179, 181, 191, 193,
     197, 199, 211, 223, 227, 229, 233, 239, 241, 251, 257, 263, 269, 271, 277, 281, 283, 293, 307, 311};
@@ -90,12 +90,12 @@ void StartFreeStream(Generator& g)
 
 /// The one loop behind the tables and the values beyond them. The order of the sums in single precision is part of the
 /// definition: both must agree to the bit.
-float ComputeRadicalInverse(std::int64_t base, std::uint32_t index)
+float ComputeRadicalInverse(std::uint32_t base, std::uint32_t index)
 {
     const float reciprocal = 1.0f / static_cast<float>(base);
     float       sum        = 0.0f;
     float       factor     = reciprocal;
-    for (std::int64_t n = index; n > 0; n /= base) {
+    for (std::uint32_t n = index; n > 0; n /= base) {
         sum += static_cast<float>(n % base) * factor;
         factor *= reciprocal;
     }
@@ -162,6 +162,8 @@ void SetSeed(std::uint64_t seed)
 }
 
 void ClearSeed() { source.requested_fixed = false; }
+
+bool HasFixedSeed() { return source.fixed; }
 
 void BeginRandomStream(std::uint64_t item, std::uint32_t frame)
 {

@@ -36,6 +36,9 @@ float HardwareRandom();
 void SetSeed(std::uint64_t seed);
 void ClearSeed();
 
+/// Whether the random numbers of this start-up are fixed.
+bool HasFixedSeed();
+
 /// Starts the calling thread's numbers for one item (a pixel, an emitter) of one frame. With a seed the numbers that
 /// follow depend on (seed, item, frame) alone, whatever thread runs the item; without one the call does nothing.
 void BeginRandomStream(std::uint64_t item, std::uint32_t frame);

@@ -48,13 +48,10 @@ void ChooseTransport()
     PrintRule();
 }
 
-void CastPhotons()
+void RunPhotons()
 {
     const std::int64_t start = Ticks();
-    CastPhotonsFromParallelLights();
-    CastPhotonsFromPointLights();
-    CastPhotonsFromGeometryLight();
-    CastPhotonsFromSky();
+    CastPhotons();
     const std::int64_t whole_seconds = (Ticks() - start) / kTicksPerSecond;
 
     ReportValue("photon cast   ", static_cast<float>(whole_seconds), "seconds");
@@ -118,7 +115,7 @@ void PrepareRenderer()
     TakeSum(PrimaryRayCounters);
     TakeSum(OcclusionRayCounters);
     ChooseTransport();
-    CastPhotons();
+    RunPhotons();
 
     // Photons do not count as rendering.
     TakeSum(PrimaryRayCounters);

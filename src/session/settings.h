@@ -15,8 +15,8 @@ struct RendererSettings {
     int   RendererSample = 64;    ///< branches of a first vertex over the whole render
     int   MisSample      = 64;    ///< copy of RendererSample made when the render starts
     int   Bounce         = 1;     ///< diffuse plus glossy bounces
-    float Distance       = 1.0f;  ///< metres after which a path may end at a density cell
-    float Resolution     = 1.0f;  ///< density cells per metre
+    float Distance       = 1.0f;  ///< metres after which a diffuse path may end at a density cell
+    float Resolution     = 1.0f;  ///< area of a density cell, square metres
     float Radius         = 1.0f;  ///< metres, gathering radius of photons
     float RadiusSquare   = 1.0f;
     float RadiusCube     = 1.0f;

@@ -149,8 +149,8 @@ Color DensityAt(const RayRecord& ray, const SurfacePoint& point)
 {
     Color density = kBlack;
     if (!point.use_density) return density;
-    if (point.layer->has_lambertian) density += DensityFront(ray);
-    if (point.layer->has_transmissive) density += DensityBack(ray);
+    if (point.layer->has_lambertian) density += DensitySameSide(ray);
+    if (point.layer->has_transmissive) density += DensityOtherSide(ray);
     return density;
 }
 

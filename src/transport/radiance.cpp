@@ -15,7 +15,7 @@ namespace {
 /// Whether the path is long enough to end at a density cell, if the surface has one.
 bool WantsDensity(const RayRecord& ray)
 {
-    if (!Settings.FinalGathering || !ray.has_density || !HasDensityCells()) return false;
+    if (!Settings.FinalGathering || !ray.has_density) return false;
     if (ray.diffuse_bounces >= Settings.Bounce) return true;
     return ray.diffuse_bounces != 0 && ray.distance > Settings.Distance + kRayEpsilon;
 }

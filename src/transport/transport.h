@@ -3,6 +3,8 @@
 #include "accel/ray.h"
 #include "shading/surface_point.h"
 
+#include <cstdint>
+
 /// Light transport: the path kernel and what it calls.
 namespace hv {
 
@@ -43,25 +45,46 @@ ElementRadiance PointAndParallelDirect(const RayRecord& ray, const SurfacePoint&
 Color           SurfaceEmission(const RayRecord& ray, const SurfacePoint& point);
 Color           MissRadiance(const RayRecord& ray);
 
-// ---- Photons and density (photons.cpp) ----
-void CastPhotonsFromParallelLights();
-void CastPhotonsFromPointLights();
-void CastPhotonsFromGeometryLight();
-void CastPhotonsFromSky();
+// ---- Photons (photons.cpp) ----
+
+/// Casts the photons of all lights, in the order below, and keeps what they bring to diffuse surfaces.
+void CastPhotons();
+
+/// Cast the photons of one kind of light. `frame` times the count of a light is the number of its first photon.
+void CastPhotonsFromParallelLights(int frame);
+void CastPhotonsFromPointLights(int frame);
+void CastPhotonsFromGeometryLight(int frame);
+void CastPhotonsFromSky(int frame);
+
+/// Follows a photon, which carries `power`, through the scene.
+void TracePhoton(RayRecord& photon);
+
+// ---- Caustics (photon_tree.cpp) ----
+
+/// Sorts the photons that were kept into a tree and prints the report.
 void BuildPhotonTree();
 void ReleasePhotons();  ///< empties photons and tree, keeping their storage
 
-/// Caustic light at a point, from the photon tree.
+/// Radiance over a white diffuse surface of the caustic photons around a point: the 32 nearest within Settings.Radius.
 Color CausticEstimate(const RayRecord& ray, const SurfacePoint& point);
 
-/// Whether density cells hold energy, so that a path may end at one.
-bool HasDensityCells();
+/// Lets the next lookup of a thread start without the bound that its last one left. Called before every row of pixels,
+/// so that a row does not depend on the thread that renders it.
+void ForgetLastLookup(int thread);
 
-/// Energy of the density cell at a hit, on the side that was hit and on the other.
-Color DensityFront(const RayRecord& ray);
-Color DensityBack(const RayRecord& ray);
+// ---- Density cells (density.cpp) ----
 
-/// Sets up the density cells of a part of the root object; the scene preparation runs it through its caller.
+/// Sets up the black cells of a part of the root object; the scene preparation runs it through its caller. More than
+/// 1 GB of them for one kind of face ends the process.
 void PrepareDensity(Part& part);
+
+/// Told before the limit ends the process: what the largest set of cells (one kind of faces of one part, which the limit
+/// is for) and all of them would take, and a resolution at which each set fits (0: none).
+using DensityObserver = void (*)(double megabytes, double total_megabytes, float fitting_resolution, void* user);
+void SetDensityObserver(DensityObserver observer, void* user);
+
+/// Radiance of the cell at a hit, on the side that was hit and on the other; black where there is none.
+Color DensitySameSide(const RayRecord& ray);
+Color DensityOtherSide(const RayRecord& ray);
 
 }  // namespace hv
