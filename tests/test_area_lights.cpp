@@ -73,8 +73,9 @@ TEST(GeometryLight, PatchesLightByTheirFormFactor)
         }
 }
 
-// A glossy plane seen head-on weighs with the lobe's approximate density, which its rays do not quite have: what is seen is
-// the sum of both sides over the patch. A sheet shows the emitter behind it as a matte plane shows one before it.
+// A glossy plane seen head-on weighs with the lobe's approximate density, which its rays do not quite have: what is
+// seen is the sum of both sides over the patch. A sheet shows the emitter behind it as a matte plane shows one before
+// it.
 TEST(GeometryLight, GlossAndSheetsShowEmitters)
 {
     const Vector centre{0.5f, -2, 0.3f};
@@ -132,63 +133,11 @@ TEST(GeometryLight, InstancesShineWhereTheyStand)
     }
 }
 
-// Splits the faces of an octahedron until they are a ball.
-void AddBall(int shader, Vector centre, float radius, std::vector<std::vector<Vector>>& faces)
-{
-    for (int octant = 0; octant < 8; ++octant) {
-        const float         x = octant & 1 ? -1.0f : 1.0f, y = octant & 2 ? -1.0f : 1.0f, z = octant & 4 ? -1.0f : 1.0f;
-        std::vector<Vector> face{{x, 0, 0}, {0, y, 0}, {0, 0, z}};
-        if (x * y * z < 0) std::swap(face[0], face[1]);
-        faces.push_back(face);
-    }
-    for (int level = 0; level < 4; ++level) {
-        std::vector<std::vector<Vector>> finer;
-        for (const auto& face : faces) {
-            const Vector a = face[0], b = face[1], c = face[2];
-            const Vector ab = Normalized(a + b), bc = Normalized(b + c), ca = Normalized(c + a);
-            finer.insert(finer.end(), {{a, ab, ca}, {ab, b, bc}, {ca, bc, c}, {ab, bc, ca}});
-        }
-        faces = finer;
-    }
-    const int part = hvAddPart(0);
-    hvSetShaderID(0, part, shader);
-    int indices[3] = {0, 1, 2};
-    for (auto& face : faces) {
-        for (Vector& corner : face) {
-            corner = centre + radius * corner;
-            hvAddPositions(0, part, 1, &corner.x);
-        }
-        hvAddTriangles(0, part, 1, indices);
-        for (int& index : indices) index += 3;
-    }
-}
-
-// A shining ball lights a plane by its solid angle, L (r / d)^2 cos, as if it stood in its centre: the ball here is made of
-// triangles, so the exact value is that of their form factors, and the ball's is within 1 %.
-TEST(GeometryLight, ABallLightsByItsSolidAngle)
-{
-    for (const Budget& budget : {Budget{0, 65536}, Budget{8192, 8192}, Budget{65536, 64}}) {
-        DarkScene                        scene;
-        const Vector                     centre = At(30, 2.5f);
-        std::vector<std::vector<Vector>> faces;
-        Spend(budget);
-        scene.AddScreen(scene.AddShader(Lambertian, kWhite));
-        AddBall(scene.AddEmitter(kWhite * 3, true), centre, 0.5f, faces);
-        double expected = 0.0;
-        for (const auto& face : faces)
-            if (Dot(Cross(face[1] - face[0], face[2] - face[0]), face[0]) < 0)
-                expected += 3 * FormFactor({}, {0, -1, 0}, face);
-        EXPECT_NEAR(expected, 3 * 0.2 * 0.2 * std::cos(30 * kRadians), 0.01 * expected);
-        const float value = static_cast<float>(expected);
-        ExpectColor(scene.RenderPixel(), kWhite * value, kNoise * value);
-    }
-}
-
-// Inside a closed box whose walls of albedo a all shine 1, n bounces show 1 + a + ... + a^n: first vertices draw many points
-// and later ones one, each with weights of its own.
+// Inside a closed box whose walls of albedo a all shine 1, n bounces show 1 + a + ... + a^n: first vertices draw many
+// points and later ones one, each with weights of its own.
 TEST(GeometryLight, ASampledFurnaceAddsOnePowerOfItsAlbedoABounce)
 {
-    for (const Budget& budget : {Budget{4096, 4096}, Budget{16384, 1024}, Budget{1024, 16384}})
+    for (const Budget& budget : {Budget{16384, 1024}, Budget{1024, 16384}})
         for (const int bounces : {1, 2, 3}) {
             DarkScene   scene;
             const Color albedo{0.5f, 0.75f, 1.0f};
@@ -203,8 +152,8 @@ TEST(GeometryLight, ASampledFurnaceAddsOnePowerOfItsAlbedoABounce)
         }
 }
 
-// A thin pane is no vertex: the path keeps the density of the surface before it, but measures the way from the pane. The two
-// sides then add up to more or less than one, by the ratio of the two squared distances.
+// A thin pane is no vertex: the path keeps the density of the surface before it, but measures the way from the pane.
+// The two sides then add up to more or less than one, by the ratio of the two squared distances.
 TEST(GeometryLight, ThroughAPaneTheMetLightIsWeighedFromThePane)
 {
     for (const Budget& budget : {Budget{0, 65536}, Budget{8192, 8192}, Budget{65536, 64}, Budget{4096, 65536}}) {
@@ -226,8 +175,8 @@ TEST(GeometryLight, ThroughAPaneTheMetLightIsWeighedFromThePane)
     }
 }
 
-// A virtual light that no point on it reaches, met by way of a mirror after a matte surface, is left to photons. Where none
-// are cast it counts in full: the form factor of its mirror image.
+// A virtual light that no point on it reaches, met by way of a mirror after a matte surface, is left to photons. Where
+// none are cast it counts in full: the form factor of its mirror image.
 TEST(GeometryLight, MirroredLightCountsWhereNoPhotonsAreCast)
 {
     for (const int points : {0, 256}) {
@@ -244,8 +193,9 @@ TEST(GeometryLight, MirroredLightCountsWhereNoPhotonsAreCast)
     }
 }
 
-// A ball of one particle, a face that is a virtual light by the shader of its instance alone, one in a group without parts:
-// no point stands for them, beside a listed emitter that is too far to matter. Rays then bring all of their light.
+// A ball of one particle, a face that is a virtual light by the shader of its instance alone, one in a group without
+// parts: no point stands for them, beside a listed emitter that is too far to matter. Rays then bring all of their
+// light.
 TEST(GeometryLight, WhatNoPointStandsForCountsInFull)
 {
     enum class Kind { Ball, Override, Group };
@@ -257,24 +207,22 @@ TEST(GeometryLight, WhatNoPointStandsForCountsInFull)
             scene.AddScreen(scene.AddShader(Lambertian, kWhite));
             const int lamp = scene.AddEmitter(kWhite, true), dark = scene.AddShader(Lambertian, kBlack);
             scene.AddPatch(lamp, {0, -50, 0}, {0, 0, 0.01f}, {0.01f, 0, 0});
-            const float to_lamp[4][4] = {{1, 0, 0, 0}, {0, 1, 0, -3}, {0, 0, 1, 0}, {0, 0, 0, 1}};
-            const int   placed        = hvAddObject();
-            const int   part = hvAddPart(placed), first = kind == Kind::Ball ? 0 : 4;
-            // The third face of its kind and number, so that rays which leave the floor see it.
-            const float corners[] = {9, 90, 9, 9, 91, 9, 9, 91, 10, 9, 90, 10, -1, 0, -1, -1, 0, 1, 1, 0, 1, 1, 0, -1};
-            const int   faces[]   = {0, 1, 2, 3, 4, 5, 6, 7};
-            const float radius    = 1;
+            const int placed = hvAddObject(), part = hvAddPart(placed);
+            // Its second face and its ball have numbers that rays which leave the floor see.
+            const float corners[] = {-1, -3, -1, -1, -3, 1, 1, -3, 1, 1, -3, -1};
+            const int   faces[] = {0, 0, 0, 0, 0, 1, 2, 3}, centre = 0;
+            const float radius = 1;
             hvSetShaderID(placed, part, kind == Kind::Override ? dark : lamp);
-            hvAddPositions(placed, part, 8, corners);
-            hvAddTetragons(placed, part, 2, faces);
+            hvAddPositions(placed, part, 4, corners);
+            if (kind != Kind::Ball) hvAddTetragons(placed, part, 2, faces);
             hvAddRadii(placed, part, 1, &radius);
-            if (kind == Kind::Ball) hvAddParticles(placed, part, 1, &first);
+            if (kind == Kind::Ball) hvAddParticles(placed, part, 1, &centre);
             int target = placed;
             if (kind == Kind::Group) {
                 target = hvAddObject();
                 hvSetInstance(target, hvAddInstance(target), placed, nullptr, -1);
             }
-            hvSetInstance(0, hvAddInstance(0), target, to_lamp, kind == Kind::Override ? lamp : -1);
+            hvSetInstance(0, hvAddInstance(0), target, nullptr, kind == Kind::Override ? lamp : -1);
             seen[points > 0] = scene.RenderPixel();
         }
         EXPECT_GT(seen[0].g, 0.02f);

@@ -1,23 +1,21 @@
-#include "hvx.h"
 #include "output/image_library.h"
 #include "output/output.h"
 #include "output/picture_child.h"
 #include "picture_files.h"
 #include "scene_files.h"
+#include "scene_fixture.h"
 #include "session/sampling.h"
+#include "shading/texture_lookup.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <algorithm>
-#include <bit>
-#include <cerrno>
 #include <cmath>
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
-#include <iterator>
 #include <limits>
 #include <new>
 #include <random>
@@ -52,11 +50,6 @@ struct ImageReader : SceneTest {
         return ReadPath(name, Write("picture", bytes), allow_packing);
     }
 
-    bool Read(const std::string& name, const std::vector<std::uint8_t>& bytes)
-    {
-        return Read(name, std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
-    }
-
     bool ReadPath(const std::string& name, const std::string& path, bool allow_packing = true)
     {
         image               = {};
@@ -70,11 +63,15 @@ struct ImageReader : SceneTest {
         return is_read;
     }
 
+    /// As a picture gives it and, by another way, as a texture does.
     Color Pixel(int x, int y) const
     {
-        float color[3];
-        ReadImagePixel(image, color, static_cast<std::uint32_t>(y * image.width + x));
-        return {color[0], color[1], color[2]};
+        Color         color;
+        ShaderElement plain;
+        plain.gamma = 1;
+        ReadImagePixel(image, &color.r, static_cast<std::uint32_t>(y * image.width + x));
+        EXPECT_EQ(FetchTexel(image, x, y, plain), color);
+        return color;
     }
 
     /// The one line that a refused file gives.
@@ -87,70 +84,50 @@ struct ImageReader : SceneTest {
     std::string printed;
 };
 
-void ExpectColor(Color actual, Color expected, float tolerance)
-{
-    for (int c = 0; c < 3; ++c) EXPECT_NEAR(actual[c], expected[c], tolerance) << "channel " << c;
-}
-
 // ---- Orientation and conversion ----
 
 constexpr int   kWidth = 64, kHeight = 32;
 constexpr Color kCorners[4] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {0.2f, 0.4f, 0.8f}};
 constexpr float kLevels[4]  = {0.2f, 0.4f, 0.6f, 0.8f};
 
+constexpr PictureRow kPng = {"bytes", FIF_PNG, FIT_BITMAP, 24, 3};
+
 int CornerAt(int x, int y_from_top) { return (y_from_top < kHeight / 2 ? 0 : 2) + (x < kWidth / 2 ? 0 : 1); }
 
-template <class Sample>
-void PutSamples(FIBITMAP* bitmap, int x, int y, std::initializer_list<Sample> samples)
-{
-    std::copy(
-        samples.begin(), samples.end(),
-        reinterpret_cast<Sample*>(FreeImage_GetScanLine(bitmap, y)) + static_cast<std::size_t>(x) * samples.size());
-}
+bool IsNamed(const PictureRow& row, std::string_view name) { return row.name == name; }
 
-std::uint16_t Word(float value) { return static_cast<std::uint16_t>(std::lround(value * 65535.0f)); }
+bool IsOfWords(FREE_IMAGE_TYPE type) { return type == FIT_UINT16 || type == FIT_RGB16 || type == FIT_RGBA16; }
 
-void PutPixel(FIBITMAP* bitmap, int x, int y, Color color, float level)
+/// Integers of 32 bits are read as the floats that their bits make.
+void PutPixel(FIBITMAP* bitmap, const PictureRow& row, int x, int y, Color color, float level)
 {
-    switch (FreeImage_GetImageType(bitmap)) {
-    case FIT_UINT16:
-        return PutSamples(bitmap, x, y, {Word(level)});
-    case FIT_RGB16:
-        return PutSamples(bitmap, x, y, {Word(color.r), Word(color.g), Word(color.b)});
-    case FIT_RGBA16:
-        return PutSamples(bitmap, x, y, {Word(color.r), Word(color.g), Word(color.b), Word(1)});
-    case FIT_UINT32:  // read as the float that the bits make
-        return PutSamples(bitmap, x, y, {std::bit_cast<std::uint32_t>(level)});
-    case FIT_FLOAT:
-        return PutSamples(bitmap, x, y, {level});
-    case FIT_RGBF:
-        return PutSamples(bitmap, x, y, {color.r, color.g, color.b});
-    case FIT_RGBAF:
-        return PutSamples(bitmap, x, y, {color.r, color.g, color.b, 1.0f});
-    default:
-        break;
-    }
-    const unsigned bits = FreeImage_GetBPP(bitmap);
-    const auto     Byte = [](float value) { return static_cast<BYTE>(std::lround(value * 255.0f)); };
-    if (bits <= 8) {
-        BYTE index = bits == 8 ? Byte(level) : static_cast<BYTE>(level > 0.5f);
-        FreeImage_SetPixelIndex(bitmap, static_cast<unsigned>(x), static_cast<unsigned>(y), &index);
-    } else if (bits <= 32) {
-        RGBQUAD quad = {};
-        quad.rgbRed = Byte(color.r), quad.rgbGreen = Byte(color.g), quad.rgbBlue = Byte(color.b),
-        quad.rgbReserved = 0;  // clear, and as the fourth ink none
-        FreeImage_SetPixelColor(bitmap, static_cast<unsigned>(x), static_cast<unsigned>(y), &quad);
+    const unsigned column = static_cast<unsigned>(x), line = static_cast<unsigned>(y);
+    const auto     Byte    = [](float value) { return static_cast<BYTE>(std::lround(value * 255.0f)); };
+    const float    rgba[]  = {row.channels == 1 ? level : color.r, color.g, color.b, 1.0f};
+    BYTE* const    samples = FreeImage_GetScanLine(bitmap, y);
+    if (row.type == FIT_BITMAP && row.bits <= 8) {
+        BYTE index = row.bits == 8 ? Byte(level) : static_cast<BYTE>(level > 0.5f);
+        FreeImage_SetPixelIndex(bitmap, column, line, &index);
+    } else if (row.type == FIT_BITMAP) {
+        RGBQUAD quad = {Byte(color.b), Byte(color.g), Byte(color.r), 0};  // clear, and as the fourth ink none
+        FreeImage_SetPixelColor(bitmap, column, line, &quad);
+    } else if (IsOfWords(row.type)) {
+        for (std::size_t c = 0; c < row.channels; ++c)
+            reinterpret_cast<std::uint16_t*>(samples)[column * row.channels + c] =
+                static_cast<std::uint16_t>(std::lround(rgba[c] * 65535.0f));
+    } else if (row.type != FIT_DOUBLE) {
+        std::copy_n(rgba, row.channels, reinterpret_cast<float*>(samples) + column * row.channels);
     }
 }
 
 /// A picture of four corners that differ, so that mirrored, turned or with channels exchanged it is another one.
-std::vector<std::uint8_t> CornersFile(const PictureRow& row)
+std::string CornersFile(const PictureRow& row)
 {
     FIBITMAP* bitmap = FreeImage_AllocateT(row.type, kWidth, kHeight, static_cast<int>(row.bits));
     for (int y = 0; y < kHeight; ++y)
         for (int x = 0; x < kWidth; ++x) {
             const int corner = CornerAt(x, y);
-            PutPixel(bitmap, x, kHeight - 1 - y, kCorners[corner], kLevels[corner]);
+            PutPixel(bitmap, row, x, kHeight - 1 - y, kCorners[corner], kLevels[corner]);
         }
     // Where a format keeps colours in its palette they are all wrong: none of them may show.
     const bool keeps_palette = row.format != FIF_JPEG && row.format != FIF_PGM && row.format != FIF_PGMRAW;
@@ -158,107 +135,56 @@ std::vector<std::uint8_t> CornersFile(const PictureRow& row)
         for (int i = 0; i < 256; ++i)
             FreeImage_GetPalette(bitmap)[i] = {static_cast<BYTE>(255 - i), 7, static_cast<BYTE>(i / 2), 0};
     testing::internal::CaptureStderr();
-    std::vector<std::uint8_t> bytes = SavedBytes(bitmap, row.format, row.flags);
+    const std::vector<std::uint8_t> bytes = SavedBytes(bitmap, row.format, row.flags);
     testing::internal::GetCapturedStderr();
-    return bytes;
-}
-
-/// What a row of the table must be read as.
-struct Store {
-    int  channels, bits;  ///< no channels: no store
-    bool is_packed = false;
-};
-
-Store ExpectedStore(const PictureRow& row)
-{
-    switch (row.type) {
-    case FIT_BITMAP:
-        // The library has a palette for every byte picture, so they all are spread to three channels.
-        if (row.bits < 8) return {0, 0};
-        return row.bits == 32 && std::string_view(row.name) != "inks.tif" ? Store{4, 8} : Store{3, 8};
-    case FIT_UINT16:
-        return {1, 16};
-    case FIT_RGB16:
-        return {3, 16};
-    case FIT_RGBA16:
-        return {4, 16};
-    case FIT_UINT32:
-    case FIT_FLOAT:
-        return {1, 32};
-    case FIT_RGBF:
-        return {3, 32, true};
-    default:
-        return {4, 32};
-    }
-}
-
-/// Rows that need more than the table says: refused by this library, or known to none of our checks.
-bool IsReadHere(const PictureRow& row)
-{
-    return row.type != FIT_DOUBLE &&
-           std::string_view(row.name) != "runs.bmp";  // it fails on run lengths of its own making
-}
-
-bool IsRoundedMuch(const PictureRow& row)
-{
-    return row.format == FIF_JPEG || std::string_view(row.name) == "jpeg.tif" ||
-           std::string_view(row.name) == "chroma.exr";
+    return {bytes.begin(), bytes.end()};
 }
 
 Color ExpectedColor(const PictureRow& row, int corner)
 {
-    const bool  is_grey = row.bits == 8 || row.type == FIT_UINT16 || row.type == FIT_UINT32 || row.type == FIT_FLOAT;
-    const Color color   = is_grey ? kWhite * kLevels[corner] : kCorners[corner];
-    const bool  is_16   = row.type == FIT_UINT16 || row.type == FIT_RGB16 || row.type == FIT_RGBA16;
-    if (std::string_view(row.name) == "inks.tif") return {1 - color.b, 1 - color.g, 1 - color.r};  // cyan for blue
-    return is_16 ? color * 257.0f : color;  // meant: 16 bits take the scale of bytes
+    const Color color = kCorners[corner], grey = kWhite * kLevels[corner];
+    if (IsNamed(row, "inks.tif")) return {1 - color.b, 1 - color.g, 1 - color.r};  // cyan for blue
+    const Color seen = row.bits == 8 || row.channels == 1 ? grey : color;
+    return IsOfWords(row.type) ? seen * 257.0f : seen;  // meant: 16 bits take the scale of bytes
 }
 
 // Row 0 in memory is the lowest row of a picture, and the first sample its left and red one, whatever the format.
 TEST_F(ImageReader, EveryFormatIsReadTheSameWayUp)
 {
     for (const PictureRow& row : kPictureRows) {
-        if (!IsReadHere(row)) continue;
+        // The library fails on run lengths of its own making.
+        if (row.type == FIT_DOUBLE || IsNamed(row, "runs.bmp")) continue;
         SCOPED_TRACE(row.name);
         ASSERT_TRUE(Read("picture", CornersFile(row))) << printed;
-        const Store store = ExpectedStore(row);
         EXPECT_TRUE(image.loaded);
-        if (store.channels == 0) {
+        if (row.channels == 0) {
             EXPECT_EQ(ImageBytes(image), 0);
             EXPECT_EQ(printed, "warning :( \timage - picture\tis of a pixel layout that reads black\n");
             continue;
         }
         EXPECT_EQ(printed, "");
         ASSERT_EQ(std::pair(image.width, image.height), std::pair(kWidth, kHeight));
-        EXPECT_EQ(image.channels, store.channels);
-        EXPECT_EQ(image.bits, store.bits);
-        EXPECT_EQ(image.packed, store.is_packed);
-        const float tolerance = IsRoundedMuch(row) ? 0.04f : image.bits == 16 ? 0.01f : 0.008f;
-        for (const auto& [x, y] : {std::pair{5, 3}, {kWidth - 6, 3}, {5, kHeight - 4}, {kWidth - 6, kHeight - 4}}) {
-            const Color expected = ExpectedColor(row, CornerAt(x, kHeight - 1 - y));
-            for (int c = 0; c < 3; ++c)
-                EXPECT_NEAR(Pixel(x, y)[c], expected[c], tolerance) << x << ' ' << y << ' ' << c;
-        }
+        EXPECT_EQ(image.channels, static_cast<int>(row.channels));
+        EXPECT_EQ(image.bits, IsOfWords(row.type) ? 16 : row.type == FIT_BITMAP ? 8 : 32);
+        EXPECT_EQ(image.packed, row.type == FIT_RGBF);
+        const bool is_lossy = row.format == FIF_JPEG || IsNamed(row, "jpeg.tif") || IsNamed(row, "chroma.exr");
+        for (const auto& [x, y] : {std::pair{5, 3}, {kWidth - 6, 3}, {5, kHeight - 4}, {kWidth - 6, kHeight - 4}})
+            ExpectColor(Pixel(x, y), ExpectedColor(row, CornerAt(x, kHeight - 1 - y)), is_lossy ? 0.04f : 0.01f);
     }
 }
 
 // The text anywhere in the path that the scene wrote turns the rows over; where the file lies does not count.
 TEST_F(ImageReader, TheWordInThePathTurnsRowsOver)
 {
-    const auto                         bytes   = CornersFile({"", FIF_PNG, FIT_BITMAP, 24});
-    const std::pair<const char*, bool> cases[] = {{"a.png", false}, {"sky.hdr.png", true}, {"x.hdr/a.png", true},
-                                                  {"A.HDR", true},  {"a.Hdr", false},      {"hdr", false},
-                                                  {".hdr", true},   {"a.hd", false},       {"", false}};
+    const auto                         bytes   = CornersFile(kPng);
+    const std::pair<const char*, bool> cases[] = {
+        {"a.png", false}, {"x.hdr/a.png", true}, {"A.HDR", true}, {"a.Hdr", false}, {"hdr", false}};
     for (const auto& [name, is_turned] : cases) {
         SCOPED_TRACE(name);
-        ASSERT_TRUE(Read(name, bytes));
+        const std::string file = Write("y.hdr/a.png", bytes);
+        ASSERT_TRUE(ReadPath(name, file));
         ExpectColor(Pixel(0, 0), is_turned ? Color{1, 0, 0} : Color{0, 0, 1}, 1e-6f);
     }
-    const fs::path inside = folder / "y.hdr";
-    fs::create_directory(inside);
-    Write("y.hdr/a.png", std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
-    ASSERT_TRUE(ReadPath("a.png", (inside / "a.png").string()));
-    ExpectColor(Pixel(0, 0), {0, 0, 1}, 1e-6f);
 }
 
 /// A portable float map as its format is defined: rows from the bottom. The library takes them from the top.
@@ -301,35 +227,23 @@ TEST_F(ImageReader, FilesByHandAreReadAsTheirFormatsSay)
     }
     ASSERT_TRUE(Read("picture", FloatMap({{1, 2, 3}, {4, 5, 6}}, 1), false));
     EXPECT_EQ(Pixel(0, 0).r, 4.0f) << "its lower row comes last";
-    ASSERT_TRUE(Read("picture", "Pf 1 1 -1.0\n\0\0\xa0\x40"s)) << "a header may be one line" << printed;
-    EXPECT_EQ(Pixel(0, 0).r, 5.0f);
-    ASSERT_TRUE(Read("picture", "#?RADIANCE\nFORMAT=32-bit_rle_rgbe\n\n-Y   1\t+X +1\n\x80\0\0\x81"s)) << printed;
-    EXPECT_EQ(Pixel(0, 0).r, 1.0f);
-}
-
-/// Puts `note` between any two of the chunks of a picture, as many times as are asked for.
-std::string WithNotes(std::string bytes, std::initializer_list<std::size_t> places, std::string_view note, int count)
-{
-    std::string notes;
-    for (int i = 0; i < count; ++i) notes += note;
-    for (std::size_t place : places) bytes.insert(place, notes);
-    return bytes;
 }
 
 // Texts and comments stand anywhere, in any number. None is worth the library's time, and no pixel changes with them.
 TEST_F(ImageReader, NotesAreNoPartOfThePicture)
 {
     using namespace std::string_literals;
-    const auto png = CornersFile({"", FIF_PNG, FIT_BITMAP, 24}), jpeg = CornersFile({"", FIF_JPEG, FIT_BITMAP, 24});
-    const std::string png_text(png.begin(), png.end()), jpeg_text(jpeg.begin(), jpeg.end());
-    const std::size_t png_end = png_text.size() - 12, tables = jpeg_text.find("\xff\xdb"),
-                      scan = jpeg_text.find("\xff\xda");
-    // The sum of the text is wrong, but nobody reads it. From the last place to the first, so that all stay valid.
-    const std::string text = "\0\0\0\5tEXtab\0cd\0\0\0\0"s, comment = "\xff\xfe\0\5abc"s, note = "\xff\xe5\0\4ab"s;
+    const auto Repeated = [](const std::string& note) {
+        std::string notes;
+        for (int i = 0; i < 50000; ++i) notes += note;
+        return notes;
+    };
+    const std::string png = CornersFile(kPng), jpeg = CornersFile({"", FIF_JPEG, FIT_BITMAP, 24, 3});
+    // The sum of the text is wrong, but nobody reads it.
+    const std::string chunks = Repeated("\0\0\0\5tEXtab\0cd\0\0\0\0"s), comments = Repeated("\xff\xfe\0\5abc"s);
     const std::pair<std::string, std::string> cases[] = {
-        {png_text, WithNotes(png_text, {png_end, 33}, text, 50000)},
-        {jpeg_text, WithNotes(jpeg_text, {scan, tables, 2}, comment, 50000)},
-        {jpeg_text, WithNotes(jpeg_text, {scan, tables}, comment + note, 9)}};
+        {png, std::string(png).insert(png.size() - 12, chunks).insert(33, chunks)},
+        {jpeg, std::string(jpeg).insert(jpeg.find("\xff\xda"), comments).insert(2, comments)}};
     for (const auto& [plain, noted] : cases) {
         ASSERT_TRUE(Read("picture", plain)) << printed;
         const auto expected = image.pixels8;
@@ -373,14 +287,12 @@ TEST_F(ImageReader, PackingHasEnds)
         Color         color;
         std::uint32_t word;
     } cases[] = {
-        {{0, 0, 0}, 0},
         {{0.99e-32f, 0.99e-32f, 0}, 0},
         {{1.01e-32f, 0, 0}, 209u | 22u << 24},  // 1.01e-32 = 0.8194 x 2^-106
         {{-1, -2, -3}, 0},
         {{1, -1, 0.5f}, 128u | 64u << 16 | 129u << 24},
         {{kNan, 1, kNan}, 128u << 8 | 129u << 24},
         {{kInfinity, 0, 1e38f}, 255u | 150u << 16 | 255u << 24},
-        {{3.4e38f, 3.4e38f, 0}, 255u | 255u << 8 | 255u << 24},
     };
     for (const auto& test : cases) {
         ASSERT_TRUE(Read("picture", FloatMap({test.color}, 1)));
@@ -395,12 +307,12 @@ TEST_F(ImageReader, CutFilesAreRefusedOrReadInFull)
 {
     for (const PictureRow& row : kPictureRows) {
         SCOPED_TRACE(row.name);
-        const std::vector<std::uint8_t> whole    = CornersFile(row);
-        const bool                      is_sound = Read("picture", whole);
-        const Image                     expected = image;
+        const std::string whole    = CornersFile(row);
+        const bool        is_sound = Read("picture", whole);
+        const Image       expected = image;
         for (std::size_t i = 0; i < 20; ++i) {
             const std::size_t length = i < 12 ? whole.size() * i / 12 : whole.size() - (20 - i);
-            if (Read("picture", {whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length)})) {
+            if (Read("picture", whole.substr(0, length))) {
                 EXPECT_TRUE(is_sound && image.pixels8 == expected.pixels8 && image.pixels_rgbe == expected.pixels_rgbe)
                     << length;
             } else {
@@ -411,17 +323,13 @@ TEST_F(ImageReader, CutFilesAreRefusedOrReadInFull)
     }
 }
 
-/// Puts bytes over a file.
-std::string Patched(const PictureRow& row, std::size_t at, std::string_view bytes)
-{
-    const std::vector<std::uint8_t> whole = CornersFile(row);
-    return std::string(whole.begin(), whole.end()).replace(at, bytes.size(), bytes);
-}
-
 TEST_F(ImageReader, LiesAreToldInAFewWords)
 {
     using namespace std::string_literals;
-    const auto                                exr     = CornersFile({"", FIF_EXR, FIT_RGBF, 96});
+    // A file with bytes put over it.
+    const auto Patched = [](const PictureRow& row, std::size_t at, const std::string& bytes) {
+        return CornersFile(row).replace(at, bytes.size(), bytes);
+    };
     const std::pair<std::string, const char*> cases[] = {
         {"", "is empty"},
         {"P5 60000 60000 255\n", "claims 60000 x 60000 pixels in 19 bytes"},
@@ -430,10 +338,10 @@ TEST_F(ImageReader, LiesAreToldInAFewWords)
         {"P6 0 4 255\n", "has no pixels"},
         {"PF\n9999999 9999999\n-1\n", "claims 9999999 x 9999999 pixels in 22 bytes"},
         {"#?RADIANCE\nFORMAT=32-bit_rle_rgbe\n\n-Y 3000 +X 3000\n\2\2", "is cut off"},
-        {std::string(exr.begin(), exr.begin() + 40), "is cut off"},
-        {Patched({"", FIF_PNG, FIT_BITMAP, 24}, 16, "\0\0\xea\x60\0\0\xea\x60"s), nullptr},
-        {Patched({"", FIF_BMP, FIT_BITMAP, 24}, 18, "\x70\x17\0\0\x70\x17\0\0"s), "is cut off"},
-        {Patched({"", FIF_TARGA, FIT_BITMAP, 24}, 12, "\x70\x17\x70\x17"s), "is cut off"},
+        {CornersFile({"", FIF_EXR, FIT_RGBF, 96, 3}).substr(0, 40), "is cut off"},
+        {Patched(kPng, 16, "\0\0\xea\x60\0\0\xea\x60"s), nullptr},
+        {Patched({"", FIF_BMP, FIT_BITMAP, 24, 3}, 18, "\x70\x17\0\0\x70\x17\0\0"s), "is cut off"},
+        {Patched({"", FIF_TARGA, FIT_BITMAP, 24, 3}, 12, "\x70\x17\x70\x17"s), "is cut off"},
         {"BM and nothing else", "is cut off"},
         {"what is this", "is of a format that is read in a child process only"},
     };
@@ -471,42 +379,50 @@ struct PictureChildTest : ImageReader {
     static std::ptrdiff_t OpenFiles() { return std::distance(fs::directory_iterator("/proc/self/fd"), {}); }
 };
 
-bool HasPrefix(const std::string& text, std::string_view prefix) { return text.starts_with(prefix); }
+std::string Sleep(Image&, const std::string&)
+{
+    ::pause();
+    return "";
+}
 
+std::string Crash(Image&, const std::string&)
+{
+    ::raise(SIGSEGV);
+    return "";
+}
+
+std::string Leave(Image&, const std::string&) { ::_exit(0); }
+
+std::string RunOut(Image&, const std::string&) { throw std::bad_alloc(); }
+
+std::string Refuse(Image&, const std::string&) { return "is not nice"; }
+
+std::string Deliver(Image& made, const std::string&)
+{
+    AllocateImage(made, 300, 200, 3, 8, false);
+    std::ranges::fill(made.pixels8, std::uint8_t{9});
+    return "";
+}
+
+// Also in hosts that leave their children to the system: then there is none to wait for.
 TEST_F(PictureChildTest, WhateverADecoderDoesCostsItsPictureAlone)
 {
+    const std::pair<PictureDecoder, const char*> cases[] = {{Sleep, "took longer than 1 s to decode"},
+                                                            {Crash, "cannot be decoded: the decoder crashed"},
+                                                            {Leave, "cannot be decoded: the decoder crashed"},
+                                                            {RunOut, "needs more than 64 MB to decode"},
+                                                            {Refuse, "is not nice"},
+                                                            {Deliver, ""}};
     SetPictureChild(true, 1, 64);
-    EXPECT_EQ(RunChild([](Image&, const std::string&) -> std::string {
-                  for (volatile bool on = true; on;) {}
-                  return "";
-              }),
-              "took longer than 1 s to decode");
-    EXPECT_EQ(RunChild([](Image&, const std::string&) -> std::string {
-                  ::pause();
-                  return "";
-              }),
-              "took longer than 1 s to decode");
-    EXPECT_TRUE(HasPrefix(RunChild([](Image&, const std::string&) -> std::string { std::abort(); }),
-                          "cannot be decoded: the decoder crashed"));
-    EXPECT_TRUE(HasPrefix(RunChild([](Image&, const std::string&) -> std::string {
-                              ::raise(SIGSEGV);
-                              return "";
-                          }),
-                          "cannot be decoded: the decoder crashed"));
-    EXPECT_TRUE(HasPrefix(RunChild([](Image&, const std::string&) -> std::string { ::_exit(0); }),
-                          "cannot be decoded: the decoder crashed"));
-    EXPECT_EQ(RunChild([](Image&, const std::string&) -> std::string { throw std::bad_alloc(); }),
-              "needs more than 64 MB to decode");
-    EXPECT_EQ(RunChild([](Image&, const std::string&) -> std::string { return "is not nice"; }), "is not nice");
-    EXPECT_FALSE(image.loaded);
-    EXPECT_EQ(RunChild([](Image& made, const std::string&) -> std::string {
-                  AllocateImage(made, 300, 200, 3, 8, false);
-                  std::ranges::fill(made.pixels8, std::uint8_t{9});
-                  return "";
-              }),
-              "");
-    EXPECT_TRUE(image.loaded && image.width == 300 && image.height == 200 &&
-                image.pixels8 == std::vector<std::uint8_t>(180000, 9));
+    for (const auto mode : {SIG_DFL, SIG_IGN}) {
+        const auto before = std::signal(SIGCHLD, mode);
+        for (const auto& [decode, words] : cases) {
+            EXPECT_TRUE(RunChild(decode).starts_with(words)) << words;
+            EXPECT_EQ(image.loaded, decode == Deliver);
+        }
+        EXPECT_TRUE(image.width == 300 && image.height == 200 && image.pixels8 == std::vector<std::uint8_t>(180000, 9));
+        std::signal(SIGCHLD, before);
+    }
 }
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
@@ -522,53 +438,22 @@ TEST_F(PictureChildTest, MemoryIsLimited)
 }
 #endif
 
-// A host may leave its children to the system: then there is none to wait for.
-TEST_F(PictureChildTest, HostsMayIgnoreTheirChildren)
-{
-    const auto before = std::signal(SIGCHLD, SIG_IGN);
-    SetPictureChild(true, 1, 64);
-    EXPECT_EQ(RunChild([](Image& made, const std::string&) -> std::string {
-                  return AllocateImage(made, 4, 4, 1, 16, false) ? "" : "no";
-              }),
-              "");
-    EXPECT_EQ(RunChild([](Image&, const std::string&) -> std::string {
-                  ::pause();
-                  return "";
-              }),
-              "took longer than 1 s to decode");
-    EXPECT_EQ(RunChild([](Image&, const std::string&) -> std::string {
-                  ::raise(SIGSEGV);
-                  return "";
-              }),
-              "cannot be decoded: the decoder crashed");
-    std::signal(SIGCHLD, before);
-}
-
 // A child delivers the same picture, and also those of formats that nothing vouches for.
 TEST_F(PictureChildTest, ChildrenReadTheSameAndMore)
 {
-    for (const PictureRow& row : {kPictureRows[4], kPictureRows[12], kPictureRows[48], kPictureRows[53]}) {
-        const auto bytes = CornersFile(row);
-        hvxSetPictureChild(false, 0, 0);
-        ASSERT_TRUE(Read("picture", bytes)) << row.name;
-        const Image here = image;
-        hvxSetPictureChild(true, 0, 0);
-        ASSERT_TRUE(Read("picture", bytes)) << row.name << printed;
-        EXPECT_TRUE(here.pixels8 == image.pixels8 && here.pixels16 == image.pixels16 &&
-                    here.pixels32 == image.pixels32 && here.pixels_rgbe == image.pixels_rgbe &&
-                    here.packed == image.packed);
-        EXPECT_EQ(std::tie(here.width, here.height, here.channels, here.bits),
-                  std::tie(image.width, image.height, image.channels, image.bits));
-    }
     for (const PictureRow& row :
-         {PictureRow{"double", FIF_TIFF, FIT_DOUBLE, 64}, PictureRow{"text", FIF_XPM, FIT_BITMAP, 24},
-          PictureRow{"wavelets", FIF_JP2, FIT_BITMAP, 24}}) {
-        const auto bytes = CornersFile(row);
-        hvxSetPictureChild(false, 0, 0);
-        EXPECT_FALSE(Read("picture", bytes)) << row.name;
-        EXPECT_EQ(printed, ErrorLine("is of a format that is read in a child process only"));
-        hvxSetPictureChild(true, 0, 0);
-        EXPECT_TRUE(Read("picture", bytes)) << row.name << printed;
+         {kPng, PictureRow{"words", FIF_TIFF, FIT_RGB16, 48, 3}, PictureRow{"packed", FIF_HDR, FIT_RGBF, 96, 3},
+          PictureRow{"double", FIF_TIFF, FIT_DOUBLE, 64, 0}, PictureRow{"wavelets", FIF_JP2, FIT_BITMAP, 24, 3}}) {
+        const bool        is_known = row.type != FIT_DOUBLE && row.format != FIF_JP2;
+        const std::string bytes    = CornersFile(row);
+        SetPictureChild(false, 0, 0);
+        EXPECT_EQ(Read("picture", bytes), is_known) << row.name;
+        EXPECT_EQ(printed, is_known ? "" : ErrorLine("is of a format that is read in a child process only"));
+        const Image here = image;
+        SetPictureChild(true, 0, 0);
+        ASSERT_TRUE(Read("picture", bytes)) << row.name << printed;
+        EXPECT_TRUE(!is_known || (here.pixels8 == image.pixels8 && here.pixels16 == image.pixels16 &&
+                                  here.pixels_rgbe == image.pixels_rgbe && here.width == image.width));
     }
     EXPECT_FALSE(Read("picture", "no picture at all"));
     EXPECT_EQ(printed, ErrorLine("is of no known picture format"));
@@ -587,22 +472,17 @@ TEST_F(ImageReader, RealPicturesAreRead)
         Color       mean;
     } cases[] = {{"env/lebombo_1k.hdr", 1024, 512, 3, 32, true, {0.7566f, 0.6244f, 0.5359f}},
                  {"env/matpreview_envmap.exr", 512, 256, 3, 32, true, {0.3958f, 0.3150f, 0.2771f}},
-                 {"textures/bark_bump.jpg", 512, 512, 3, 8, false, {0.5537f, 0.5537f, 0.5537f}},
                  {"textures/bark_rgb.jpg", 512, 512, 3, 8, false, {0.4187f, 0.3534f, 0.2962f}},
                  {"textures/fabric_padded_height.png", 1024, 1024, 1, 16, false, {168.42f, 168.42f, 168.42f}},
-                 {"textures/spot_texture.png", 1024, 1024, 3, 8, false, {0.9490f, 0.8753f, 0.8394f}},
                  {"textures/uv_checker_bw.png", 1024, 1024, 4, 8, false, {0.5103f, 0.5103f, 0.5103f}}};
     for (const auto& test : cases) {
         ASSERT_TRUE(ReadPath(test.name, (fs::path(data) / test.name).string())) << printed;
         EXPECT_EQ(std::tie(image.width, image.height, image.channels, image.bits, image.packed),
                   std::tie(test.width, test.height, test.channels, test.bits, test.is_packed))
             << test.name;
-        double sum[3] = {};
-        for (int y = 0; y < image.height; ++y)
-            for (int x = 0; x < image.width; ++x)
-                for (int c = 0; c < 3; ++c) sum[c] += Pixel(x, y)[c];
-        for (int c = 0; c < 3; ++c)
-            EXPECT_NEAR(sum[c] / (image.width * image.height), test.mean[c], 0.02f * test.mean[c]) << test.name;
+        Color mean, variance;
+        ImageStatistics(image, &mean.r, &variance.r);
+        ExpectColor(mean, test.mean, 0.02f * MaxChannel(test.mean));
     }
 }
 

@@ -17,7 +17,6 @@
 #include <functional>
 #include <random>
 #include <regex>
-#include <sstream>
 #include <string>
 
 namespace hv {
@@ -37,13 +36,6 @@ std::string ReportOf(const std::function<void()>& work)
 }
 
 const std::string kRule = std::string(80, '_') + "\n\n";
-
-/// Replaces every right-aligned value of 16 columns by one mark, so that a transcript can be compared as text.
-std::string WithoutValues(const std::string& report)
-{
-    static const std::regex value("(?=.{16}( |\n)) *-?(inf|nan|[0-9]+(\\.[0-9]{4})?)(?=  | \\[| \n)");
-    return std::regex_replace(report, value, "#");
-}
 
 std::vector<float> BeautyPixels()
 {
@@ -67,14 +59,9 @@ void FillRoom(TestScene& scene)
     hvSetRendererBounce(2);
 }
 
-class Session : public testing::Test {
-protected:
-    void SetUp() override
-    {
-        folder_ = fs::temp_directory_path() / ("hv_session_" + std::to_string(std::random_device{}()));
-        fs::create_directories(folder_);
-    }
-    void TearDown() override
+struct Session : testing::Test {
+    Session() { fs::create_directories(folder_); }
+    ~Session() override
     {
         hvxSetReport(true);
         hvxSetThreadCount(0);
@@ -87,76 +74,12 @@ protected:
 
     std::string Path(const std::string& name) const { return (folder_ / name).string(); }
 
-    fs::path folder_;
+    fs::path folder_ = fs::temp_directory_path() / ("hv_session_" + std::to_string(std::random_device{}()));
 };
 
 // ---- Reports ----
 
-TEST_F(Session, RenderReportsEveryFrameAndItsEnd)
-{
-    TestScene scene(2, 4, 4);
-    scene.AddBall(scene.AddShader(Element::Lambertian, {0.5f, 0.5f, 0.5f}));
-    hvSetCameraAOVName(0, 0, Path("picture.hdr").c_str());
-    hvInitialize();
-    const std::string performance = "performance # [ M rays/second ]     # [ frames/second ]\n";
-    const std::string name        = Path("picture.hdr");
-    const std::string expected    = performance + performance + kRule + "avgerage of " + name + " #  #  # [ n/a ]\n" +
-                                 "variance of " + name + " #  #  # [ n/a ]\n" + kRule +
-                                 "            close the window to exit. happy rendering :) thank you!\n" + kRule;
-    EXPECT_EQ(WithoutValues(ReportOf(hvRender)), expected);
-    EXPECT_TRUE(fs::exists(name));
-    EXPECT_EQ(ReportOf(RenderFrame), "") << "a frame after the last one does nothing";
-}
-
-// The two lines of statistics say the same as the picture on disk.
-TEST_F(Session, StatisticsDescribeTheWrittenPicture)
-{
-    TestScene scene(3, 8, 8);
-    FillRoom(scene);
-    hvSetCameraAOVName(0, 0, Path("picture.pfm").c_str());
-    hvInitialize();
-    const std::string report = ReportOf(hvRender);
-
-    std::ifstream file(Path("picture.pfm"), std::ios::binary);
-    std::string   line;
-    for (int i = 0; i < 3; ++i) std::getline(file, line);
-    std::vector<float> pixels(8 * 8 * 3);
-    file.read(reinterpret_cast<char*>(pixels.data()), static_cast<std::streamsize>(pixels.size() * sizeof(float)));
-    ASSERT_TRUE(file.good());
-    double mean[3] = {}, square = 0;
-    for (std::size_t i = 0; i < pixels.size(); i += 3) {
-        for (std::size_t c = 0; c < 3; ++c) mean[c] += pixels[i + c] / 64.0;
-        square += std::pow(std::max({pixels[i], pixels[i + 1], pixels[i + 2]}), 2.0) / 64.0;
-    }
-    std::istringstream means(report.substr(report.find("picture.pfm") + 11));
-    std::istringstream variances(report.substr(report.find("picture.pfm", report.find("variance")) + 11));
-    for (const double expected : mean) {
-        double printed_mean = 0, printed_variance = 0;
-        means >> printed_mean;
-        variances >> printed_variance;
-        EXPECT_NEAR(printed_mean, expected, 1e-4);
-        EXPECT_NEAR(printed_variance, square - expected * expected, 1e-3);
-    }
-}
-
-TEST_F(Session, GoBeginsWithItsBannerAndSurvivesAMissingFolder)
-{
-    for (int run = 0; run < 2; ++run) {
-        const std::string report = ReportOf([&] { hvGo(Path("missing").c_str()); });
-        ASSERT_EQ(report.rfind(kRule, 0), 0u) << report;
-        const std::string banner = report.substr(kRule.size(), 80);
-        EXPECT_EQ(banner.rfind("            halvorne ", 0), 0u);
-        EXPECT_TRUE(std::regex_match(banner.substr(21, 11), std::regex("[A-Z][a-z]{2} [ 0-3][0-9] 20[0-9]{2}")));
-        EXPECT_EQ(banner.find('\n'), std::string::npos);
-        const std::string opening = "\n" + kRule + "scene parsing # [ seconds ]\n" + kRule + "textures";
-        EXPECT_EQ(WithoutValues(report).substr(kRule.size() + 80, opening.size()), opening) << report;
-        EXPECT_NE(report.find("error :( \tcamera - there is no camera"), std::string::npos);
-        EXPECT_EQ(report.find("performance"), std::string::npos);
-    }
-    hvGo(nullptr);
-}
-
-TEST_F(Session, GoRunsAllStagesInTheirOrder)
+TEST_F(Session, GoRunsAllStagesInTheirOrderAndSurvivesAMissingFolder)
 {
     fs::create_directories(folder_ / "camera");
     std::ofstream(folder_ / "camera" / "main.hv") << "camera\nresolution 4 3\nsample 2\nend\n";
@@ -165,36 +88,26 @@ TEST_F(Session, GoRunsAllStagesInTheirOrder)
     const std::string report = ReportOf([] { hvGo("."); });
     fs::current_path(before);
 
-    std::size_t        position = 0;
-    std::istringstream labels(
-        "halvorne,scene parsing,camera sensor width,camera sensor height,camera memory,textures,"
-        "shaders ,sky light map width,geometry light area,parallel lights,point    lights,"
-        "progressive final gathering,photon cast   ,photon radius ,renderer sample,performance,"
-        "performance,avgerage of beauty-,variance of beauty-,close the window");
-    for (std::string label; std::getline(labels, label, ',');) {
+    const std::regex opening(
+        "_{80}\n\n            halvorne [A-Z][a-z]{2} [ 0-3][0-9] 20[0-9]{2}.{48}\n_{80}\n\nscene parsing ");
+    EXPECT_TRUE(std::regex_search(report, opening, std::regex_constants::match_continuous)) << report;
+    std::size_t position = 0;
+    for (const char* label :
+         {"scene parsing", "camera sensor width", "camera memory", "textures", "shaders ", "sky light map width",
+          "geometry light area", "parallel lights", "point    lights", "progressive final gathering", "photon cast   ",
+          "photon radius ", "renderer sample", "performance", "performance", "avgerage of beauty-",
+          "variance of beauty-", "close the window"}) {
         const std::size_t found = report.find(label, position);
         ASSERT_NE(found, std::string::npos) << label << " is missing or out of order in\n" << report;
         position = found + 1;
     }
     EXPECT_EQ(report.find("error"), std::string::npos) << report;
-    std::size_t picture_count = 0;
-    for (const auto& file : fs::directory_iterator(folder_)) picture_count += file.path().extension() == ".hdr";
-    EXPECT_EQ(picture_count, 1u);
-    EXPECT_EQ(hvxGetCameraCount(), 0);
-}
+    EXPECT_EQ(ReportOf(RenderFrame), "") << "a frame after the last one does nothing";
 
-TEST_F(Session, NoCameraMeansOneErrorAndNoFrames)
-{
-    hvxSetReport(false);
-    hvStartup();
-    const std::string report = ReportOf(hvInitializeRenderer);
-    EXPECT_EQ(report.rfind("error :( \t", 0), 0u);
-    EXPECT_EQ(report.substr(report.find('\n') + 1), kRule);
-    EXPECT_EQ(ReportOf(hvRender), "");
-    float out[3];
-    hvRenderPixels(1, out, 0);
-    hvFinalize();
-    hvShutdown();
+    const std::string missing = ReportOf([&] { hvGo(Path("missing").c_str()); });
+    EXPECT_NE(missing.find("error :( \tcamera - there is no camera"), std::string::npos);
+    EXPECT_EQ(missing.find("performance"), std::string::npos);
+    hvGo(nullptr);
 }
 
 // ---- Pixels ----
@@ -202,24 +115,19 @@ TEST_F(Session, NoCameraMeansOneErrorAndNoFrames)
 // The picture of a render is the running mean of the samples that hvRenderPixels hands out, to the bit.
 TEST_F(Session, PictureIsTheRunningMeanOfItsSamples)
 {
-    constexpr int      kFrames = 5, kSize = 12;
-    std::vector<float> picture, mean(kSize * kSize * 3), sample(kSize * kSize * 3);
+    constexpr int      kFrames = 5, kPixels = 12 * 12;
+    std::vector<float> picture, mean(kPixels * 3), sample(kPixels * 3);
     for (const bool by_host : {false, true}) {
-        TestScene scene(kFrames, kSize, kSize);
+        TestScene scene(kFrames, 12, 12);
         FillRoom(scene);
         hvInitialize();
-        if (!by_host) {
-            hvRender();
-            picture = BeautyPixels();
-            continue;
-        }
-        for (int frame = 0; frame < kFrames; ++frame) {
-            hvRenderPixels(kSize * kSize, sample.data(), frame);
+        if (!by_host) hvRender();
+        for (int frame = 0; by_host && frame < kFrames; ++frame) {
+            hvRenderPixels(kPixels, sample.data(), frame);
             const float k = static_cast<float>(frame);
             for (std::size_t i = 0; i < sample.size(); ++i) mean[i] = (k * mean[i] + sample[i]) / (k + 1.0f);
         }
-        const std::vector<float> added = BeautyPixels();
-        for (std::size_t i = 0; i < mean.size(); ++i) EXPECT_NEAR(added[i], mean[i], 1e-5f * (1.0f + mean[i]));
+        if (!by_host) picture = BeautyPixels();
     }
     EXPECT_EQ(picture, mean);
 }
@@ -239,14 +147,12 @@ TEST_F(Session, SeededRendersAreEqualForAnyNumberOfThreads)
     };
     const std::vector<float> alone = picture(1, 1);
     EXPECT_EQ(picture(4, 1), alone);
-    EXPECT_EQ(picture(3, 1), alone);
     EXPECT_NE(picture(0, 2), alone);
 }
 
 TEST_F(Session, RegionBoundsWhatIsRendered)
 {
-    const int cases[][5] = {
-        {1, 2, 4, 3, 3}, {-9, -9, 100, 100, 24}, {2, 2, 2, 3, 0}, {3, 3, 1, 1, 0}, {50, 50, 60, 60, 0}};
+    const int cases[][5] = {{1, 2, 4, 3, 3}, {-9, -9, 100, 100, 24}, {3, 3, 1, 1, 0}, {50, 50, 60, 60, 0}};
     for (const auto& [x0, y0, x1, y1, expected] : cases) {
         TestScene scene(1, 6, 4);
         hvSetCameraRegion(0, x0, y0, x1, y1);
@@ -256,32 +162,27 @@ TEST_F(Session, RegionBoundsWhatIsRendered)
             std::vector<float> out(90, -1.0f);
             hvRenderPixels(count, out.data(), -3);
             EXPECT_EQ(std::count(out.begin(), out.end(), 1.0f), 3 * std::clamp(count, 0, expected));
-            EXPECT_EQ(std::count(out.begin(), out.end(), -1.0f), 90 - 3 * std::clamp(count, 0, expected));
         }
         hvRenderPixels(6, nullptr, 0);
         hvRender();
-        const std::vector<float> pixels = BeautyPixels();
         for (int i = 0; i < 24; ++i) {
             const int  x = i % 6, y = i / 6;
             const bool inside = x >= x0 && x < x1 && y >= y0 && y < y1;
-            EXPECT_EQ(pixels[static_cast<std::size_t>(3 * i)], inside ? 1.0f : 0.0f);
+            EXPECT_EQ(BeautyPixels()[static_cast<std::size_t>(3 * i)], inside ? 1.0f : 0.0f);
         }
     }
 }
 
 TEST_F(Session, ClampLimitsSamplesFromAboveOnly)
 {
-    const struct {
-        Color sky, clamp, expected;
-    } cases[] = {{{5, 5, 5}, {1, 2, 30}, {1, 2, 5}},
-                 {{INFINITY, 5, 5}, {7, 7, 7}, {7, 5, 5}},
-                 {{1, 1, 1}, {-2, 1, 1}, {0, 1, 1}},  // limits below 0 are raised to it
-                 {{-3, 1, 1}, {2, 2, 2}, {-3, 1, 1}}};
-    for (const auto& test : cases) {
+    const Color cases[][3] = {{{5, 5, 5}, {1, 2, 30}, {1, 2, 5}},  // the sky, the limit, what is seen
+                              {{INFINITY, 5, 5}, {7, 7, 7}, {7, 5, 5}},
+                              {{-3, 1, 1}, {2, -2, 2}, {-3, 0, 1}}};  // limits below 0 are raised to it
+    for (const auto& [sky, limit, expected] : cases) {
         TestScene scene(2);
-        hvSetSkyLightColor(test.sky.r, test.sky.g, test.sky.b);
-        hvSetRendererClamp(test.clamp.r, test.clamp.g, test.clamp.b);
-        ExpectColor(scene.RenderPixel(), test.expected, 0.0f);
+        hvSetSkyLightColor(sky.r, sky.g, sky.b);
+        hvSetRendererClamp(limit.r, limit.g, limit.b);
+        ExpectColor(scene.RenderPixel(), expected, 0.0f);
     }
 }
 
@@ -299,67 +200,43 @@ TEST_F(Session, FrameCallbackFollowsAndStopsTheRender)
         return finished < progress.stop_after;
     };
     for (const int stop_after : {2, 5, 100}) {
-        TestScene         scene(5, 4, 4);
-        const std::string picture = Path("stopped" + std::to_string(stop_after) + ".hdr");
-        hvSetCameraAOVName(0, 0, picture.c_str());
-        Progress progress{0, stop_after};
+        TestScene scene(5, 4, 4);
+        Progress  progress{0, stop_after};
+        hvSetCameraAOVName(0, 0, Path("stopped.hdr").c_str());
         hvxSetFrameCallback(observe, &progress);
         hvInitialize();
         const std::string report = ReportOf(hvRender);
         EXPECT_EQ(progress.seen, std::min(stop_after, 5));
         EXPECT_NE(report.find("happy rendering"), std::string::npos);
         EXPECT_EQ(report.find("happy rendering"), report.rfind("happy rendering")) << "closed once";
-        EXPECT_TRUE(fs::exists(picture));
+        EXPECT_TRUE(fs::remove(Path("stopped.hdr")));
         EXPECT_EQ(BeautyPixels()[0], 1.0f) << "the mean of the frames so far";
     }
 }
 
 TEST_F(Session, FinalizeWritesAgainFromLastCameraToFirst)
 {
-    std::vector<std::string> written;
+    std::string written;
     {
         TestScene scene(1);
-        for (int camera = 0; camera < 2; ++camera) {
-            if (camera > 0) hvAddCamera();
+        hvAddCamera();
+        for (const int camera : {0, 1}) {
             hvAddCameraAOV(camera);
             hvSetCameraResolution(camera, 2, 2);
-            for (int aov = 0; aov < 2; ++aov)
+            for (const int aov : {0, 1})
                 hvSetCameraAOVName(camera, aov, Path(std::to_string(camera) + std::to_string(aov) + ".hdr").c_str());
         }
         hvInitialize();
         hvxSetWriteCallback(
             [](const char* path, bool ok, void* user) {
                 EXPECT_TRUE(ok);
-                static_cast<std::vector<std::string>*>(user)->push_back(fs::path(path).stem().string());
+                *static_cast<std::string*>(user) += fs::path(path).stem().string() + " ";
             },
             &written);
         hvRender();
     }
     hvxSetWriteCallback(nullptr, nullptr);
-    EXPECT_EQ(written, (std::vector<std::string>{"00", "01", "10", "11", "00", "01"}));
-    EXPECT_EQ(hvxGetCameraCount(), 0);
-    EXPECT_TRUE(Shaders.empty());
-}
-
-TEST_F(Session, AskingForWhatIsNotThereIsAnswered)
-{
-    TestScene scene(3, 5, 4);
-    int       width = 0, height = 0, sample = 0;
-    hvxImage  image{7, 7, 7, nullptr};
-    EXPECT_TRUE(hvxGetCamera(0, &width, &height, &sample));
-    EXPECT_EQ(width * 100 + height * 10 + sample, 543);
-    EXPECT_TRUE(hvxGetCamera(0, nullptr, nullptr, nullptr));
-    for (const int camera : {-1, 1, 1 << 30}) {
-        EXPECT_FALSE(hvxGetCamera(camera, &width, &height, &sample));
-        EXPECT_FALSE(hvxGetCameraAOV(camera, 0, &image));
-        EXPECT_EQ(hvxGetCameraAOVCount(camera), 0);
-    }
-    EXPECT_FALSE(hvxGetCameraAOV(0, 0, &image)) << "not prepared yet";
-    hvInitializeCameras();
-    EXPECT_FALSE(hvxGetCameraAOV(0, 1, &image));
-    EXPECT_FALSE(hvxGetCameraAOV(0, 0, nullptr));
-    EXPECT_EQ(hvxLoadScene(nullptr), -1);
-    EXPECT_EQ(hvxLoadScene(Path("missing").c_str()), -1);
+    EXPECT_EQ(written, "00 01 10 11 00 01 ");
 }
 
 // ---- Misuse ----
@@ -378,7 +255,7 @@ TEST_F(Session, StagesMayComeInAnyOrder)
         hvSetCameraResolution(camera, 3, 2);
         hvSetCameraSample(camera, 2);
     };
-    const Stage change_film  = [] { hvSetCameraResolution(0, 5, 5), hvSetCameraSample(0, 3); };
+    const Stage change_film  = [] { hvSetCameraResolution(0, 5, 5); };
     const Stage no_samples   = [] { hvSetCameraSample(0, 0); };
     const Stage deep_paths   = [] { hvSetRendererRayDepth(1000000); };
     const Stage add_instance = [] {
@@ -392,10 +269,9 @@ TEST_F(Session, StagesMayComeInAnyOrder)
     // clang-format off
     const Stage stages[] = {
         hvStartup, hvInitialize, hvRender, hvFinalize, hvShutdown, RenderFrame, CloseRender,
-        hvInitializeCameras, hvInitializeShaders, hvInitializeAccelerator,
-        hvInitializeSkyLight, hvInitializeGaffer, hvInitializeRenderer,
-        hvFinalizeCameras, hvFinalizeShaders, hvFinalizeAccelerator,
-        hvFinalizeSkyLight, hvFinalizeGaffer, hvFinalizeRenderer,
+        hvInitializeCameras, hvInitializeShaders, hvInitializeAccelerator, hvInitializeSkyLight, hvInitializeGaffer,
+        hvInitializeRenderer, hvFinalizeCameras, hvFinalizeShaders, hvFinalizeAccelerator, hvFinalizeSkyLight,
+        hvFinalizeGaffer, hvFinalizeRenderer,
         render_pixels, add_camera, change_film, no_samples, deep_paths, add_instance};
     // clang-format on
     hvxSetReport(false);

@@ -60,17 +60,17 @@ const Image kPicture = MakePicture(3, 2, 1, {1, 2, 4, 8, 16, 32});
 
 TEST(Textures, CoordinatesOutsideAreWrapped)
 {
-    for (const int x : {INT_MIN, -700000003, -7, -4, -3, -2, -1, 0, 1, 2, 3, 4, 6, 7, INT_MAX - 1, INT_MAX}) {
-        const auto column = static_cast<float>(((std::int64_t{x} % 3) + 3) % 3), row = static_cast<float>(x & 1);
+    for (const int x : {INT_MIN, -7, -3, -2, -1, 0, 1, 3, 4, INT_MAX - 1, INT_MAX}) {
+        const auto column = static_cast<float>(((std::int64_t{x} % 3) + 3) % 3);
         EXPECT_EQ(FetchTexel(kPicture, x, 0, MakeElement(kNearest)).g, std::exp2(column)) << x;
-        EXPECT_EQ(FetchTexel(kPicture, 0, x, MakeElement(kNearest)).g, row == 0 ? 1 : 8) << x;
+        EXPECT_EQ(FetchTexel(kPicture, 0, x, MakeElement(kNearest)).g, x % 2 == 0 ? 1 : 8) << x;
         EXPECT_EQ(FetchTexel(kPicture, x, 0, MakeElement(kNearest, kClamp)).g, std::exp2(std::clamp(x, 0, 2))) << x;
         EXPECT_EQ(FetchTexel(kPicture, 0, x, MakeElement(kNearest, kClamp)).g, x <= 0 ? 1 : 8) << x;
     }
     // A mode that does not wrap counts on into the next row, and is black behind the last.
-    const float unwrapped[][3] = {{3, 0, 8}, {-1, 1, 4}, {3, 1, 0}, {0, 2, 0}, {-1, 0, 0}, {0, -1, 0}};
+    const int unwrapped[][3] = {{3, 0, 8}, {-1, 1, 4}, {3, 1, 0}, {0, 2, 0}, {-1, 0, 0}, {0, -1, 0}};
     for (const auto& [x, y, expected] : unwrapped)
-        EXPECT_EQ(FetchTexel(kPicture, static_cast<int>(x), static_cast<int>(y), MakeElement(kNearest, 2)).g, expected);
+        EXPECT_EQ(FetchTexel(kPicture, x, y, MakeElement(kNearest, 2)).g, static_cast<float>(expected));
 }
 
 TEST(Textures, SamplersReadTheTexelsAboutACoordinate)
@@ -80,24 +80,17 @@ TEST(Textures, SamplersReadTheTexelsAboutACoordinate)
         std::uint8_t sampler, wrap;
         float        expected;
     } cases[] = {
-        {0, 0, kNearest, kRepeat, 1},
         {0.34f, 0.49f, kNearest, kRepeat, 2},
-        {0.99f, 0.5f, kNearest, kRepeat, 32},
         {1, 1, kNearest, kRepeat, 1},
         {1, 1, kNearest, kClamp, 32},
         {-0.01f, -0.01f, kNearest, kRepeat, 32},
-        {-1e-9f, 0, kNearest, kRepeat, 4},
         // Texel 0 begins at 0; between texels their mean.
         {0, 0, kBilinear, kRepeat, 1},
         {0.5f, 0.25f, kBilinear, kRepeat, 13.5f},      // of 2, 4, 16, 32
         {0.25f, 0.125f, kBilinear, kRepeat, 4.8125f},  // a quarter of the way from 1.75 to 14
         {5 / 6.0f, 0, kBilinear, kRepeat, 2.5f},
         {5 / 6.0f, 0, kBilinear, kClamp, 4},
-        {-1 / 6.0f, 0, kBilinear, kRepeat, 2.5f},
-        {-1 / 6.0f, 0, kBilinear, kClamp, 1},
         {0, 0.75f, kBilinear, kRepeat, 4.5f},
-        {0, 0.75f, kBilinear, kClamp, 8},
-        {7, -3, kStochastic, kRepeat, 1},
         {0.5f, 0.25f, 3, kRepeat, 0},
     };
     for (const auto& test : cases)
@@ -121,56 +114,30 @@ TEST(Textures, StochasticSamplesHaveTheBilinearMean)
     }
 }
 
-TEST(Textures, PixelStoresReadAsTheyAreScaled)
-{
-    FillSamplingTables();  // the powers of packed exponents
-    const ShaderElement element = MakeElement(kNearest);
-    const auto          expect  = [&](const Image& image, Color expected) {
-        ExpectColor(Lookup(image, 0.6f, 0, element), expected, 1e-4f);
-    };
-    Image wide, doubles, packed;
-    AllocateImage(wide, 2, 1, 3, 16, false);
-    wide.pixels16 = {0, 0, 0, 65535, 255, 51};
-    AllocateImage(doubles, 2, 1, 4, 64, false);
-    doubles.pixels64 = {0, 0, 0, 0, 1.5, -2, 3, 9};
-    AllocateImage(packed, 2, 1, 3, 32, true);
-    packed.pixels_rgbe = {0x00ffffffu, 0x81408000u | 0xc0u};  // 192, 128, 64 times 2^(129 - 136)
-
-    expect(MakeBytes(2, 1, 1, {0, 51}), {0.2f, 0.2f, 0.2f});
-    expect(MakeBytes(2, 1, 3, {0, 0, 0, 255, 51, 102}), {1, 0.2f, 0.4f});
-    expect(MakeBytes(2, 1, 4, {0, 0, 0, 9, 255, 51, 102, 9}), {1, 0.2f, 0.4f});
-    expect(MakePicture(2, 1, 4, {0, 0, 0, 9, -1, 300, 0.5f, 9}), {-1, 300, 0.5f});
-    expect(wide, {257, 1, 0.2f});
-    expect(doubles, {1.5f, -2, 3});
-    expect(packed, {1.5f, 1, 0.5f});
-    EXPECT_EQ(Lookup(packed, 0, 0, element), kBlack) << "no exponent is black, whatever the bytes";
-}
-
 TEST(Textures, GammaIsAPowerOfEveryTexel)
 {
     Image picture = MakeBytes(256, 1, 1, {});
     for (int i = 0; i < 256; ++i) picture.pixels8.push_back(static_cast<std::uint8_t>(i));
-    for (const float gamma : {2.2f, 0.45f, 1.0f, 0.0f, -1.0f, kNan}) {
+    for (const float gamma : {2.2f, 0.0f, -1.0f, kNan}) {
         const ShaderElement plain = MakeElement(kNearest, kRepeat, gamma);
         ShaderElement       bound = plain;
         bound.byte_powers         = PowersOfBytes(gamma);
-        EXPECT_EQ(PowersOfBytes(gamma), bound.byte_powers);
         for (int i = 0; i < 256; ++i) {
             const auto expected = std::bit_cast<std::uint32_t>(std::pow(static_cast<float>(i) * 0.0039215684f, gamma));
-            EXPECT_EQ(std::bit_cast<std::uint32_t>(FetchTexel(picture, i, 0, bound).g), expected) << i << ' ' << gamma;
-            EXPECT_EQ(std::bit_cast<std::uint32_t>(FetchTexel(picture, i, 0, plain).g), expected) << i << ' ' << gamma;
+            for (const ShaderElement& element : {plain, bound})
+                EXPECT_EQ(std::bit_cast<std::uint32_t>(FetchTexel(picture, i, 0, element).g), expected) << gamma;
         }
     }
     ReleasePowersOfBytes();
     // Before the samples are blended: the mean of the powers.
     const Image halves = MakePicture(2, 1, 1, {0.5f, 1});
-    EXPECT_NEAR(Lookup(halves, 0, 0, MakeElement(kNearest, kRepeat, 2.2f)).g, 0.217638f, 1e-6f);
     EXPECT_NEAR(Lookup(halves, 0.25f, 0, MakeElement(kBilinear, kRepeat, 2.2f)).g, 0.608819f, 1e-6f);
 }
 
 TEST(Textures, MatricesTransformCoordinatesAndColours)
 {
-    // Perspective: (u, v) = (0.25, 0.5) goes to (0.5, 1.25) / 0.75 = (2/3, 5/3), column 2 and row 3 of a repeated picture.
+    // Perspective: (u, v) = (0.25, 0.5) goes to (0.5, 1.25) / 0.75 = (2/3, 5/3), column 2 and row 3 of a repeated
+    // picture.
     ShaderElement element         = MakeElement(kNearest);
     const float   uv_rows[9]      = {0, 1, 0, 1, 1, 0.5f, 1, 0, 0.5f};
     element.uv_matrix_is_identity = false;
@@ -186,28 +153,21 @@ TEST(Textures, MatricesTransformCoordinatesAndColours)
     ExpectColor(Lookup(colors, 0.3f, 0.3f, element) * 1332.0f, {3, 6, 10}, 1e-4f);
 }
 
-// Whatever the coordinates and the record, a lookup stays inside the picture (the sanitizers look on) and gives numbers.
+// Whatever the coordinates and the record, a lookup stays inside the picture (the sanitizers look on) and gives
+// numbers.
 TEST(Textures, NoCoordinateLeadsOutOfThePicture)
 {
-    const float   values[]     = {0,      1,     -1,     1e-40f, 0.99999994f, -1e-9f, 2147483648.0f,
-                                  -1e10f, 3e38f, -3e38f, kInf,   -kInf,       kNan};
-    ShaderElement zero         = MakeElement(kBilinear);
-    zero.uv_matrix_is_identity = false;
-    std::fill(std::begin(zero.uv_matrix), std::end(zero.uv_matrix), 0.0f);
-    for (const float u : values)
-        for (const float v : values) {
-            EXPECT_LE(Lookup(kPicture, u, v, zero).r, 32);
-            for (const std::uint8_t sampler : {kNearest, kStochastic, kBilinear})
+    const float values[] = {0, 1, 1e-40f, 0.99999994f, -1e-9f, 2147483648.0f, 3e38f, -3e38f, kInf, -kInf, kNan};
+    Image       hollow   = kPicture, none;
+    none.loaded          = true;
+    Release(hollow.pixels32);
+    for (const std::uint8_t sampler : {kNearest, kStochastic, kBilinear}) {
+        for (const float u : values)
+            for (const float v : values)
                 for (const std::uint8_t wrap : {kRepeat, kClamp, std::uint8_t{2}, std::uint8_t{255}}) {
                     const Color color = Lookup(kPicture, u, v, MakeElement(sampler, wrap));
                     EXPECT_TRUE(color.r >= 0 && color.r <= 32) << u << ' ' << v << ' ' << int{sampler} << int{wrap};
                 }
-        }
-    Image hollow = kPicture;
-    Image none;
-    none.loaded = true;
-    Release(hollow.pixels32);
-    for (const std::uint8_t sampler : {kNearest, kStochastic, kBilinear}) {
         EXPECT_EQ(Lookup(none, 0.5f, 0.5f, MakeElement(sampler)), kBlack);
         EXPECT_EQ(Lookup(hollow, 0.5f, 0.5f, MakeElement(sampler)), kBlack);
     }
@@ -260,46 +220,35 @@ TEST_F(TexturedScene, PicturesAreStoredOnceASpellingAndFoundOnTheSearchList)
     EXPECT_EQ(FindOrAddImage("a.png"), 0);
     EXPECT_EQ(FindOrAddImage("./a.png"), 1);
     EXPECT_EQ(FindOrAddImage("a.png"), 0);
-    ASSERT_EQ(Images.size(), 2u);
-    EXPECT_FALSE(Images[0].loaded);
     ASSERT_TRUE(LoadImage(Images[0]));
     EXPECT_EQ(Images[0].pixels8, (std::vector<std::uint8_t>{1, 2, 3}));
     std::filesystem::remove(folder / "a.png");
     EXPECT_TRUE(LoadImage(Images[0])) << "read but once";
-    Image nameless;
-    EXPECT_EQ(Report([&] { EXPECT_FALSE(LoadImage(nameless)); }), "");
 }
 
 TEST_F(TexturedScene, APictureThatIsMissingLeavesThePlainColour)
 {
-    ImageSearchPaths = {"", folder.string()};
-    Save(MakeBytes(2, 1, 3, {1, 2, 3, 4, 5, 6}), "good.png");
-    Write("broken.png", "no picture");
+    ImageSearchPaths                              = {""};
+    const std::string broken                      = Write("broken.png", "no picture"),
+                      good                        = Save(MakeBytes(1, 1, 3, {1, 2, 3}), "good.png");
+    const std::pair<Element, std::string> slots[] = {
+        {Element::Lambertian, "none.png"}, {Element::Specular, broken}, {Element::Emissive, good}};
     Shader shader;
     shader.layers.resize(1);
-    const auto name = [&](Element element, const char* path) {
+    for (const auto& [element, path] : slots) {
         shader.layers[0].Slot(element).image = path;
         shader.layers[0].Slot(element).color = {0.5f, 0.25f, 0};
-    };
-    name(Element::Lambertian, "none.png");
-    name(Element::Glossy, "none.png");
-    name(Element::Specular, "broken.png");
-    name(Element::Emissive, "good.png");
+    }
     const std::string missing = "error :( \timage - none.png\tcannot be found\n" + kRule;
     const std::string out     = Report([&] { PrepareShader(shader); });
-    EXPECT_TRUE(out.starts_with(missing + missing)) << out;  // told at each attempt
-    EXPECT_NE(out.find("error :( \timage - broken.png\t"), out.npos) << out;
-
-    const SurfaceShader& layer = shader.layers[0];
-    for (const Element element : {Element::Lambertian, Element::Glossy, Element::Specular}) {
+    EXPECT_TRUE(out.starts_with(missing)) << out;
+    EXPECT_NE(out.find("error :( \timage - " + broken + "\t"), out.npos) << out;
+    for (const auto& [element, path] : slots) {
         SurfacePoint point;
         Color        color;
-        EXPECT_TRUE(ReadSlot(layer.Slot(element), color, point));
-        EXPECT_EQ(color, (Color{0.5f, 0.25f, 0}));
+        EXPECT_TRUE(ReadSlot(shader.layers[0].Slot(element), color, point));
+        EXPECT_EQ(color == (Color{0.5f, 0.25f, 0}), path != good);
     }
-    EXPECT_EQ(layer.Slot(Element::Emissive).image_index, 2);
-    EXPECT_TRUE(layer.has_image);
-
     // The stage tries again, closes its messages with a rule of their own and counts every entry.
     const std::string stage = Report(ReportTextures);
     EXPECT_TRUE(stage.starts_with(missing)) << stage;
@@ -308,29 +257,24 @@ TEST_F(TexturedScene, APictureThatIsMissingLeavesThePlainColour)
 
 TEST_F(TexturedScene, TexturesMultiplySlotColours)
 {
-    Shader shader;
+    Shader shader, pane;
     shader.layers.resize(2);
     PrepareShader(shader);
     shader.layers[0].Slot(Element::Weight) = Stored({1, 1, 1, 0, 0, 0});
     shader.layers[1].Slot(Element::Weight) = Stored({0, 0, 0, 1, 0, 0});
-    for (int i = 0; i < 20; ++i)
-        for (const int side : {0, 1}) {
-            const float uv[2] = {0.5f * static_cast<float>(side), 0};
-            EXPECT_EQ(PickLayer(shader, true, uv), &shader.layers[static_cast<std::size_t>(side)]);
-        }
-
     // Shadows take the colour of the pane at the point, unless its colour is black all over.
-    Shader pane;
     pane.layers.resize(1);
     PrepareShader(pane);
-    ShaderElement& shadow = pane.layers[0].Slot(Element::ShadowTransparency) = Stored({1, 0, 0, 0, 0.5f, 0}, {2, 2, 2});
-    SurfacePoint   point;
-    EXPECT_EQ(Transparency(pane, true, point), (Color{2, 0, 0}));
-    point.uv[0] = 0.5f;
-    EXPECT_EQ(Transparency(pane, true, point), (Color{0, 1, 0}));
-    Shaders      = {pane, pane};
-    shadow.color = kBlack;
-    Shaders[1]   = pane;
+    pane.layers[0].Slot(Element::ShadowTransparency) = Stored({1, 0, 0, 0, 0.5f, 0}, {2, 2, 2});
+    const Color passed[]                             = {{2, 0, 0}, {0, 1, 0}};
+    for (const std::size_t side : {0u, 1u}) {
+        SurfacePoint point;
+        point.uv[0] = 0.5f * static_cast<float>(side);
+        EXPECT_EQ(Transparency(pane, true, point), passed[side]);
+        for (int i = 0; i < 20; ++i) EXPECT_EQ(PickLayer(shader, true, point.uv), &shader.layers[side]);
+    }
+    Shaders                                                      = {pane, pane};
+    Shaders[1].layers[0].Slot(Element::ShadowTransparency).color = kBlack;
     RefreshShaderTraits();
     EXPECT_FALSE(ShaderTraits[0] & shader_traits::kFrontOpaque);
     EXPECT_TRUE(ShaderTraits[1] & shader_traits::kFrontOpaque);
@@ -342,21 +286,18 @@ TEST_F(TexturedScene, NormalMapsTiltTheShadingNormal)
     Shader shader;
     shader.layers.resize(1);
     PrepareShader(shader);
-    SurfaceShader& layer        = shader.layers[0];
-    layer.has_normal_map        = true;
-    layer.Slot(Element::Normal) = Stored({0.5f, 0.5f, 1, 0.75f, 0.5f, 1, 0.5f, 0.375f, 1});
-    const Vector tilted[3]      = {{0, 0, 1}, {0.5f, 0, 1}, {0, -0.25f, 1}};
-    for (int i = 0; i < 3; ++i) {
+    shader.layers[0].has_normal_map        = true;
+    shader.layers[0].Slot(Element::Normal) = Stored({0.5f, 0.5f, 1, 0.75f, 0.375f, 1});
+    for (const Vector tilted : {Vector{0, 0, 1}, {0.5f, -0.25f, 1}}) {
         SurfacePoint point;
-        point.layer     = &layer;
+        point.layer     = &shader.layers[0];
         point.tangent   = {1, 0, 0};
         point.bitangent = {0, 1, 0};
         point.normal = point.geometric_normal = point.outgoing = {0, 0, 1};
-        point.uv[0]                                            = (static_cast<float>(i) + 0.5f) / 3.0f;
+        point.uv[0]                                            = tilted.x;
         DeriveSurfaceTerms(point, true);
-        const Vector expected = Normalized(tilted[i]);
-        for (int axis = 0; axis < 3; ++axis) EXPECT_NEAR(point.normal[axis], expected[axis], 1e-6f) << i;
-        EXPECT_NEAR(point.cos_outgoing, expected.z, 1e-6f);
+        EXPECT_LT(Length(point.normal - Normalized(tilted)), 2e-5f);
+        EXPECT_NEAR(point.cos_outgoing, point.normal.z, 1e-6f);
     }
 }
 
@@ -364,7 +305,7 @@ TEST_F(TexturedScene, NormalMapsTiltTheShadingNormal)
 TEST_F(TexturedScene, ARenderedTextureStandsUprightAndIgnoresExportedMatrices)
 {
     const std::string path       = Save(MakeBytes(2, 2, 3, {255, 0, 0, 0, 255, 0, 0, 0, 255, 51, 51, 51}), "t.png");
-    const float       zero[4][4] = {};
+    const float       zero[4][4] = {}, quarter[3][3] = {{1, 0, 0.25f}, {0, 1, 0.25f}, {0, 0, 1}};
     const struct {
         float u, v;
         Color expected;
@@ -375,86 +316,50 @@ TEST_F(TexturedScene, ARenderedTextureStandsUprightAndIgnoresExportedMatrices)
         scene.AddScreen(shader);
         const float uvs[4][2] = {{test.u, test.v}, {test.u, test.v}, {test.u, test.v}, {test.u, test.v}};
         hvAddUVs(0, 0, 4, uvs[0]);
-        hvSetSurfaceImage(shader, 0, Element::Emissive, path.c_str(), 2.0f, zero, nullptr);
-        const float quarter[3][3] = {{1, 0, 0.25f}, {0, 1, 0.25f}, {0, 0, 1}};
-        hvSetSurfaceImage(shader, 0, Element::Emissive, path.c_str(), 2.0f, nullptr, quarter);
+        hvSetSurfaceImage(shader, 0, Element::Emissive, path.c_str(), 2.0f, zero, quarter);
         ExpectColor(scene.RenderPixel(), test.expected, 1e-5f);
     }
     EXPECT_TRUE(Images.empty()) << "the end of a session empties the store";
 }
 
-// Pictures of floats fill the arrays that the exports fill, pixel by pixel in the order of memory.
+// Pictures of floats fill the arrays that the exports fill, pixel by pixel in the order of memory. Particles come from
+// four channels.
 TEST_F(TexturedScene, ArrayTexturesAreTheArraysOfTheExports)
 {
     const std::vector<float> positions = {0, 0, 0, 1.1f, 0, 0, 1, 1.3f, 0, 0, 1, -0.7f};
-    const std::vector<float> uvs       = {0.1f, 0.2f, 9, 0.3f, 0.4f, 9, 0.5f, 0.6f, 9, 0.7f, 0.8f, 9};
     const std::vector<float> normals   = {0, 0, 1, 0, 0.1f, 1, 1, 1, 1, -1, 0, 3};
-    const std::vector<float> tangents  = {1, 0, 0, 1, 0.1f, 0, 1, 1, 0, 1, -1, 0};
+    const std::vector<float> uvs       = {0, 0, 1.1f, 0, 1, 1.3f, 0, 1};  // of the positions
     const int                indices[] = {0, 1, 2, 2, 3, 0};
     std::vector<float>       triangles(6);
     std::memcpy(triangles.data(), indices, sizeof indices);
 
     ImageSearchPaths = {folder.string()};
     Save(MakePicture(2, 2, 3, positions), "p.pfm");
-    Save(MakePicture(2, 2, 3, uvs), "u.pfm");
     Save(MakePicture(2, 2, 3, normals), "n.pfm");
-    Save(MakePicture(2, 2, 3, tangents), "g.pfm");
     Save(MakePicture(2, 1, 3, triangles), "t.pfm");
-    const std::string out = Report([&] {
-        ReadSceneFile(Write("o.hv",
-                            "object\nposition_texture \"p.pfm\"\ntriangle_texture \"t.pfm\"\n"
-                            "uv_texture \"u.pfm\"\nnormal_texture \"n.pfm\"\ntangent_texture \"g.pfm\"\n"
-                            "triangle_texture \"t.pfm\"\nend\n"));
-    });
-    EXPECT_EQ(out, "");
-    ASSERT_EQ(Objects.at(0).parts.size(), 2u);
-
-    const int                object = hvAddObject(), part = hvAddPart(object);
-    const std::vector<float> pairs = {0.1f, 0.2f, 0.3f, 0.4f, 0.5f, 0.6f, 0.7f, 0.8f};
-    hvAddPositions(object, part, 4, positions.data());
-    hvAddUVs(object, part, 4, pairs.data());
-    hvAddNormals(object, part, 4, normals.data());
-    hvAddTangents(object, part, 4, tangents.data());
-    hvAddTriangles(object, part, 2, indices);
-    const Part& expected = Objects[1].parts[0];
-    for (const Part& read : Objects[0].parts) {
-        const bool is_whole = &read != &Objects[0].parts[0];  // the first was made before the other pictures were named
-        EXPECT_EQ(read.positions, expected.positions);
-        EXPECT_EQ(read.uvs[0].values, is_whole ? expected.uvs[0].values : std::vector<Vector2>{});
-        EXPECT_EQ(read.normals, is_whole ? expected.normals : std::vector<PackedDirection>{});
-        EXPECT_EQ(read.tangents, is_whole ? expected.tangents : std::vector<PackedDirection>{});
-        ASSERT_EQ(read.triangles.size(), 2u);
-        EXPECT_EQ(std::memcmp(read.triangles.data(), expected.triangles.data(), 2 * sizeof(Triangle)), 0);
-    }
-    EXPECT_TRUE(Images.empty()) << "array pictures do not enter the store";
-}
-
-TEST_F(TexturedScene, ParticlesComeFromFourChannelsAndOtherLayoutsAreLeftOut)
-{
-    ImageSearchPaths = {folder.string()};
     Save(MakePicture(2, 1, 4, {0, 1, 2, 0.5f, -3, 4, 5, 0.25f}), "four.exr");
-    Save(MakePicture(1, 1, 3, {7, 8, 9}), "three.pfm");
-    Save(MakeBytes(1, 1, 3, {1, 2, 3}), "bytes.png");
-    const std::string out = Report([&] {
-        ReadSceneFile(Write("o.hv",
-                            "object\nparticle_texture \"four.exr\"\nposition_texture \"bytes.png\"\n"
-                            "uv_texture \"four.exr\"\nnormal_texture \"none.pfm\"\n"
-                            "particle_texture \"three.pfm\"\nparticle_texture \"four.exr\"\nend\n"));
-    });
-    ASSERT_EQ(Objects.at(0).parts.size(), 3u);
-    for (const std::size_t full : {0u, 2u}) {
-        const Part& part = Objects[0].parts[full];
-        EXPECT_EQ(part.positions, (std::vector<Vector>{{0, 1, 2}, {-3, 4, 5}}));
-        EXPECT_EQ(part.scalars[0].values, (std::vector<float>{0.5f, 0.25f}));
-        EXPECT_EQ(part.particles, (std::vector<std::uint32_t>{0, 1}));
-    }
-    const Part& empty = Objects[0].parts[1];
-    EXPECT_TRUE(empty.positions.empty() && empty.particles.empty() && empty.uvs[0].values.empty());
-    const auto warning = [](const std::string& name, const char* channels) {
-        return "warning :( \timage - " + name + "\tis left out: an array takes " + channels + " channels of 32 bits\n";
-    };
-    EXPECT_EQ(out, warning("three.pfm", "4") + warning("bytes.png", "3") + warning("four.exr", "3") +
-                       "error :( \timage - none.pfm\tcannot be found\n" + kRule);
+    ReadSceneFile(Write("o.hv",
+                        "object\nparticle_texture \"four.exr\"\nposition_texture \"p.pfm\"\nuv_texture "
+                        "\"p.pfm\"\nnormal_texture \"n.pfm\"\n"
+                        "tangent_texture \"n.pfm\"\ntriangle_texture \"t.pfm\"\nend\n"));
+    const int object = hvAddObject(), part = hvAddPart(object);
+    hvAddPositions(object, part, 4, positions.data());
+    hvAddUVs(object, part, 4, uvs.data());
+    hvAddNormals(object, part, 4, normals.data());
+    hvAddTangents(object, part, 4, normals.data());
+    hvAddTriangles(object, part, 2, indices);
+    const Part &read = Objects[0].parts.at(1), &expected = Objects[1].parts[0];
+    EXPECT_EQ(read.positions, expected.positions);
+    EXPECT_EQ(read.uvs[0].values, expected.uvs[0].values);
+    EXPECT_EQ(read.normals, expected.normals);
+    EXPECT_EQ(read.tangents, expected.tangents);
+    ASSERT_EQ(read.triangles.size(), 2u);
+    EXPECT_EQ(std::memcmp(read.triangles.data(), expected.triangles.data(), 2 * sizeof(Triangle)), 0);
+    const Part& balls = Objects[0].parts[0];
+    EXPECT_EQ(balls.positions, (std::vector<Vector>{{0, 1, 2}, {-3, 4, 5}}));
+    EXPECT_EQ(balls.scalars[0].values, (std::vector<float>{0.5f, 0.25f}));
+    EXPECT_EQ(balls.particles, (std::vector<std::uint32_t>{0, 1}));
+    EXPECT_TRUE(Images.empty()) << "array pictures do not enter the store";
 }
 
 }  // namespace

@@ -23,8 +23,8 @@ constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
 
 Vector Point(Random& random) { return PointIn(random, -1, 1); }
 
-/// Shader 0 opaque, 1 lets half through, 2 a quarter from behind and nothing from the front, 3 is invisible, 4 hides from
-/// the camera. Powers of two, so that products do not depend on their order.
+/// Shader 0 opaque, 1 lets half through, 2 a quarter from behind and nothing from the front, 3 is invisible, 4 hides
+/// from the camera. Powers of two, so that products do not depend on their order.
 void MakeShaders()
 {
     Shaders.clear();
@@ -49,21 +49,17 @@ void Finish(Object& object)
     object.isPrepared = true;
 }
 
-class Walk : public testing::Test {
-protected:
-    void SetUp() override
+struct Walk : testing::Test {
+    Walk()
     {
         MakeShaders();
-        Objects.clear();
-        RootObject   = 0;
         CurrentFrame = 1;
     }
-    void TearDown() override
+    ~Walk() override
     {
         Objects.clear();
         Shaders.clear();
         RefreshShaderTraits();
-        RootObject   = 0;
         CurrentFrame = 0;
     }
 };
@@ -97,7 +93,7 @@ bool LeftBy(const RayRecord& ray, const PrimitiveRef& ref)
     return ray.from_kind == ref.kind && ray.from_primitive == ref.index;
 }
 
-void Write(RayRecord& ray, const Part& part, const PrimitiveRef& ref, float t, std::uint32_t shader, Vector uvw,
+bool Write(RayRecord& ray, const Part& part, const PrimitiveRef& ref, float t, std::uint32_t shader, Vector uvw,
            bool front)
 {
     ray.distance      = t;
@@ -109,33 +105,31 @@ void Write(RayRecord& ray, const Part& part, const PrimitiveRef& ref, float t, s
     ray.hit_v         = uvw.y;
     ray.hit_w         = uvw.z;
     ray.front_side    = front;
+    return true;
 }
 
 bool ScanOne(const Object& object, const PrimitiveRef& ref, RayRecord& ray, bool probe)
 {
-    const Part& part = object.parts[ref.part];
-    switch (static_cast<PrimitiveKind>(ref.kind)) {
-    case PrimitiveKind::Particle:
-        return !probe && IntersectParticle(part, ref.index, ray);
-    case PrimitiveKind::Cylinder: {
+    const Part& part    = object.parts[ref.part];
+    const auto  kind    = static_cast<PrimitiveKind>(ref.kind);
+    const bool  is_ball = kind == PrimitiveKind::Particle, is_hair = kind == PrimitiveKind::Cylinder;
+    if (probe && (is_ball || is_hair)) return false;
+    if (is_ball) return IntersectParticle(part, ref.index, ray);
+    // A probe meets the triangle that it leaves, but not the tetragon.
+    if (LeftBy(ray, ref) && !(probe && kind == PrimitiveKind::Triangle)) return false;
+    if (is_hair) {
         CylinderHit hit;
-        if (probe || LeftBy(ray, ref) || !IntersectCylinder(part, ref.index, ray, hit)) return false;
-        Write(ray, part, ref, hit.t, hit.shader, {hit.across, -hit.denominator, hit.along}, true);
-        return true;
+        return IntersectCylinder(part, ref.index, ray, hit) &&
+               Write(ray, part, ref, hit.t, hit.shader, {hit.across, -hit.denominator, hit.along}, true);
     }
-    case PrimitiveKind::Triangle: {
+    if (kind == PrimitiveKind::Triangle) {
         TriangleHit hit;
-        if ((!probe && LeftBy(ray, ref)) || !IntersectTriangle(part, ref.index, ray, hit)) return false;
-        Write(ray, part, ref, hit.t, hit.shader, {hit.b0, hit.b1, hit.b2}, hit.denominator < 0);
-        return true;
+        return IntersectTriangle(part, ref.index, ray, hit) &&
+               Write(ray, part, ref, hit.t, hit.shader, {hit.b0, hit.b1, hit.b2}, hit.denominator < 0);
     }
-    default: {
-        TetragonHit hit;
-        if (LeftBy(ray, ref) || !IntersectTetragon(part, ref.index, ray, hit)) return false;
-        Write(ray, part, ref, hit.t, hit.shader, {hit.u, hit.v, 0}, hit.denominator < 0);
-        return true;
-    }
-    }
+    TetragonHit hit;
+    return IntersectTetragon(part, ref.index, ray, hit) &&
+           Write(ray, part, ref, hit.t, hit.shader, {hit.u, hit.v, 0}, hit.denominator < 0);
 }
 
 /// Nearest hit by trying everything. For rays without ties: no order of trying matters then.
@@ -249,24 +243,9 @@ int CompareWithScan(Random& random, int count, bool has_ties = false)
         const bool blocked   = TraceOcclusion(shadow);
         CurrentFrame         = 1;
         EXPECT_EQ(blocked, !(lost > kPresent)) << n;
-        if (!blocked) {
-            EXPECT_EQ(shadow.throughput, (Color{lost, lost, lost})) << n;
-        }
+        EXPECT_TRUE(blocked || shadow.throughput == kWhite * lost) << n;
     }
     return hits;
-}
-
-Matrix4 Rigid(int turn, bool mirrored, Vector shift)
-{
-    Matrix4   matrix;
-    const int axis = turn % 3;
-    for (float& m : matrix.m) m = 0;
-    // Turns by a right angle about the diagonal and an axis, whose inverse is exact.
-    for (int row = 0; row < 3; ++row) matrix.m[4 * row + (row + axis) % 3] = 1;
-    if (mirrored) matrix.m[axis] = -1;
-    for (int row = 0; row < 3; ++row) matrix.m[4 * row + 3] = shift[row];
-    matrix.m[15] = 1;
-    return matrix;
 }
 
 void Place(std::size_t into, std::uint32_t what, const Matrix4& matrix, std::uint32_t shader = kNone)
@@ -278,27 +257,21 @@ void Place(std::size_t into, std::uint32_t what, const Matrix4& matrix, std::uin
     Objects[into].instances.push_back(instance);
 }
 
-/// A ball of 8 x 4^levels triangles, closed, every vertex at distance 1: neighbours compute the middle of an edge from
-/// the same sum.
-Part Ball(int levels)
+/// A closed ball of 256 x 128 pairs of triangles that share their vertices.
+Part Ball()
 {
-    Part       part;
-    const auto divide = [&](auto& self, Vector a, Vector b, Vector c, int level) -> void {
-        if (level == 0) {
-            const auto first = static_cast<std::uint32_t>(part.positions.size());
-            part.positions.insert(part.positions.end(), {a, b, c});
-            part.triangles.push_back({first, first + 1, first + 2, 0});
-            return;
-        }
-        const Vector ab = Normalized(a + b), bc = Normalized(b + c), ca = Normalized(c + a);
-        self(self, a, ab, ca, level - 1);
-        self(self, ab, b, bc, level - 1);
-        self(self, ca, bc, c, level - 1);
-        self(self, ab, bc, ca, level - 1);
-    };
-    for (const float x : {1.0f, -1.0f})
-        for (const float y : {1.0f, -1.0f})
-            for (const float z : {1.0f, -1.0f}) divide(divide, {x, 0, 0}, {0, y, 0}, {0, 0, z}, levels);
+    constexpr std::uint32_t kAround = 256, kDown = 128;
+    Part                    part;
+    for (std::uint32_t n = 0; n < kAround * (kDown + 1); ++n) {
+        const float azimuth = kTwoPi * static_cast<float>(n % kAround) / kAround;
+        const float polar = kPi * static_cast<float>(n / kAround) / kDown, ring = std::sin(polar);
+        part.positions.push_back({ring * std::cos(azimuth), ring * std::sin(azimuth), std::cos(polar)});
+    }
+    for (std::uint32_t n = 0; n < kAround * kDown; ++n) {
+        const std::uint32_t next = n % kAround + 1 < kAround ? n + 1 : n + 1 - kAround;
+        part.triangles.push_back({n, n + kAround, next, 0});
+        part.triangles.push_back({next, n + kAround, next + kAround, 0});
+    }
     return part;
 }
 
@@ -324,83 +297,73 @@ TEST_F(Walk, EqualsAScanOfEverything)
         for (const int count : {1, 2, 9, 40, 400}) {
             SCOPED_TRACE(testing::Message() << "soup " << static_cast<int>(soup) << " of " << count);
             ShowSoup(random, soup, count);
-            const int hits =
-                CompareWithScan(random, count < 40 ? 2000 : 600, soup == Soup::Flat || soup == Soup::Coarse);
-            if (count == 400) {
-                EXPECT_GT(hits, 100);
-            }
+            const bool has_ties = soup == Soup::Flat || soup == Soup::Coarse;
+            const int  hits     = CompareWithScan(random, count < 40 ? 1500 : 600, has_ties);
+            EXPECT_TRUE(count < 400 || hits > 100);
+            TuneChildOrder(Objects[0]);  // by the visits of shadow rays of the first frame
+            CompareWithScan(random, 200, has_ties);
         }
 }
 
 // Exact for rigid placements: a turn by right angles, a mirror and a shift by a power of two lose no bit.
 TEST_F(Walk, EqualsAScanThroughNestedInstances)
 {
-    Random random(2);
-    for (const bool mirrored : {false, true}) {
-        Objects.assign(3, {});
-        for (std::size_t n = 0; n < 3; ++n) {
-            Objects[n].depth = static_cast<std::uint32_t>(n);
-            FillSoup(Objects[n], Soup::Scattered, 40, random);
-        }
-        Place(1, 2, Rigid(1, mirrored, {0.5f, 0, -0.25f}));
-        Place(1, 2, Rigid(2, false, {-0.5f, 0.5f, 0}), 1);
-        Place(0, 1, Rigid(1, false, {0.25f, 0, 0}));
-        Place(0, 1, Rigid(0, mirrored, {0, -0.5f, 0.5f}), 2);
-        Place(0, 2, Rigid(2, mirrored, {0, 0, 1}), 99);  // names no shader: the stamped one stays
-        for (std::size_t n = 3; n-- > 0;) Finish(Objects[n]);
-        EXPECT_GT(CompareWithScan(random, 1000), 200);
+    const Matrix4 turned   = {{0, 1, 0, 0.5f, 0, 0, 1, 0, 1, 0, 0, -0.25f, 0, 0, 0, 1}};
+    const Matrix4 mirrored = {{-1, 0, 0, -0.5f, 0, 0, 1, 0.5f, 0, 1, 0, 0, 0, 0, 0, 1}};
+    Random        random(2);
+    Objects.assign(3, {});
+    for (std::size_t n = 0; n < 3; ++n) {
+        Objects[n].depth = static_cast<std::uint32_t>(n);
+        FillSoup(Objects[n], Soup::Scattered, 40, random);
     }
+    Place(1, 2, turned);
+    Place(1, 2, mirrored, 1);
+    Place(0, 1, turned);
+    Place(0, 1, mirrored, 2);
+    Place(0, 2, mirrored, 99);  // names no shader: the stamped one stays
+    for (std::size_t n = 3; n-- > 0;) Finish(Objects[n]);
+    EXPECT_GT(CompareWithScan(random, 2000), 400);
 }
 
 // A placement of scale 2: the closest hit is measured in the placed object's units, a shadow ray in the ray's own.
 TEST_F(Walk, ScaledInstancesMeasureInTheirOwnUnits)
 {
     Objects.assign(2, {});
-    Objects[1].depth = 1;
     Objects[1].parts = {UnitTriangle()};
-    Matrix4 twice;
-    twice.m[0] = twice.m[5] = twice.m[10] = 2;
-    Place(0, 1, twice);
     Finish(Objects[1]);
+    Place(0, 1, {{2, 0, 0, 0, 0, 2, 0, 0, 0, 0, 2, 0, 0, 0, 0, 1}});
     Finish(Objects[0]);
 
-    RayRecord ray = MakeRay({0, 0, 6}, {0, 0, -1});
+    RayRecord ray = MakeRay({0, 0, 6}, {0, 0, -1}), before = ray, behind = ray;
     ASSERT_TRUE(TraceClosest(ray));
     EXPECT_EQ(ray.distance, 3.0f);
-    for (const float distance : {5.9f, 6.1f}) {
-        RayRecord shadow    = MakeRay({0, 0, 6}, {0, 0, -1}, distance);
-        shadow.is_secondary = 1;
-        EXPECT_EQ(TraceOcclusion(shadow), distance > 6);
-    }
+    before.distance = 5.9f;
+    behind.distance = 6.1f;
+    EXPECT_FALSE(TraceOcclusion(before));
+    EXPECT_TRUE(TraceOcclusion(behind));
 }
 
 TEST_F(Walk, NestedHitLeavesItsMatricesOutermostFirst)
 {
-    constexpr int kLevels = kMaxInstanceDepth + 1;  // instances one inside the other, one more than rays enter
-    for (const int placed : {2, kMaxInstanceDepth, kLevels}) {
+    for (const int placed : {2, kMaxInstanceDepth, kMaxInstanceDepth + 1}) {  // instances one inside the other
         Objects.assign(static_cast<std::size_t>(placed) + 1, {});
-        for (std::size_t n = 0; n < Objects.size(); ++n) Objects[n].depth = static_cast<std::uint32_t>(n);
         Objects.back().parts = {UnitTriangle()};
-        Finish(Objects.back());
-        for (std::size_t n = Objects.size() - 1; n-- > 0;) {
+        for (std::size_t n = Objects.size(); n-- > 0;) {
             Matrix4 shift;
-            shift.m[3] = 0.125f;
-            shift.m[0] = n == 0 ? 2.0f : 1.0f;  // tells the outermost from the others
-            Place(n, static_cast<std::uint32_t>(n + 1), shift, n == 0 ? 1 : 2);
+            shift.m[3]       = 0.125f;
+            shift.m[0]       = n == 0 ? 2.0f : 1.0f;  // tells the outermost from the others
+            Objects[n].depth = static_cast<std::uint32_t>(n);
+            if (n + 1 < Objects.size()) Place(n, static_cast<std::uint32_t>(n + 1), shift, n == 0 ? 1 : 2);
             Finish(Objects[n]);
         }
         RayRecord ray = MakeRay({0.25f * static_cast<float>(placed), 0, 4}, {0, 0, -1});
         ASSERT_EQ(TraceClosest(ray), placed <= kMaxInstanceDepth) << placed;
         if (placed > kMaxInstanceDepth) continue;
         EXPECT_EQ(ray.hit_instance_depth, placed);
-        EXPECT_EQ(ray.has_density, 0);
         EXPECT_EQ(ray.hit_shader, 1u) << "the outermost placement has the last word";
         EXPECT_EQ(InstanceNormalMatrices[0].matrices[0].m[0], 0.5f);
         for (int level = 1; level < placed; ++level)
             EXPECT_EQ(InstanceNormalMatrices[0].matrices[level], Matrix3{}) << level;
-        SurfacePoint point;
-        EvaluateHit(ray, point);
-        EXPECT_EQ(point.normal, (Vector{0, 0, 1}));
     }
 }
 
@@ -408,17 +371,10 @@ TEST_F(Walk, NestedHitLeavesItsMatricesOutermostFirst)
 TEST_F(Walk, SkipsThePrimitiveThatTheRayLeaves)
 {
     Objects.assign(1, {});
-    for (int n = 0; n < 2; ++n) {
-        Part&       part = Objects[0].parts.emplace_back();
-        const float z    = static_cast<float>(n);
-        part.positions   = {{-1, -1, z}, {1, -1, z}, {1, 1, z}, {-1, 1, z}};
-        if (n == 0)
-            part.triangles = {{0, 1, 2, 0}, {0, 2, 3, 0}};
-        else
-            part.triangles = {{0, 1, 2, 0}};
-    }
+    Objects[0].parts = {UnitTriangle(), UnitTriangle()};
+    for (Vector& corner : Objects[0].parts[1].positions) corner.z = 1;
     Finish(Objects[0]);
-    RayRecord ray      = MakeRay({0.5f, -0.5f, 3}, {0, 0, -1});
+    RayRecord ray      = MakeRay({0, 0, 3}, {0, 0, -1});
     ray.from_kind      = static_cast<std::uint8_t>(PrimitiveKind::Triangle);
     ray.from_primitive = 0;
     EXPECT_FALSE(TraceClosest(ray)) << "number 0 of both parts is skipped";
@@ -427,70 +383,10 @@ TEST_F(Walk, SkipsThePrimitiveThatTheRayLeaves)
     EXPECT_EQ(ray.distance, 2.0f);
 }
 
-// Panes that let a tenth through: two leave a hundredth, three stop the ray.
-TEST_F(Walk, PanesMultiplyUntilNothingIsPresent)
-{
-    for (const int panes : {0, 1, 2, 3, 4}) {
-        Shaders[1].layers[0].Slot(Element::ShadowTransparency).color = {0.1f, 0.1f, 0.05f};
-        Objects.assign(1, {});
-        Part& part = Objects[0].parts.emplace_back();
-        for (int n = 0; n < panes; ++n) {
-            const auto  first = static_cast<std::uint32_t>(part.positions.size());
-            const float z     = static_cast<float>(n);
-            part.positions.insert(part.positions.end(), {{-1, -1, z}, {1, -1, z}, {1, 1, z}, {-1, 1, z}});
-            part.tetragons.push_back({first, first + 1, first + 2, first + 3, 1});
-        }
-        Finish(Objects[0]);
-        RayRecord ray    = MakeRay({0.1f, 0.2f, -1}, {0, 0, 1});
-        ray.is_secondary = 1;
-        // The third leaves 0.001, which is still above the cut-off of 1 / 1024.
-        EXPECT_EQ(TraceOcclusion(ray), panes >= 4) << panes;
-        EXPECT_NEAR(ray.throughput.r, std::pow(0.1f, static_cast<float>(panes)), 1e-6f);
-        EXPECT_NEAR(ray.throughput.b, std::pow(0.05f, static_cast<float>(panes)), 1e-6f);
-    }
-}
-
-// The first frame counts every blocked ray once in the root, on a leaf lane, and in each placed object on its way.
-TEST_F(Walk, FirstFrameCountsBlockedRays)
-{
-    Random random(3);
-    Objects.assign(2, {});
-    Objects[1].depth = 1;
-    FillSoup(Objects[0], Soup::Scattered, 200, random);
-    FillSoup(Objects[1], Soup::Scattered, 50, random);
-    Place(0, 1, Rigid(1, false, {0.5f, 0, 0}));
-    Finish(Objects[1]);
-    Finish(Objects[0]);
-    for (Object& object : Objects) ClearVisits(object);
-    const auto count = [](const Object& object) {
-        std::uint64_t sum = 0;
-        for (std::size_t n = 0; n < object.wideNodes.size(); ++n)
-            for (std::size_t k = 0; k < 8; ++k)
-                if (object.wideNodes[n].count[k] > 0) sum += object.wideVisits[n][k];
-        return sum;
-    };
-    std::uint64_t blocked = 0;
-    for (int n = 0; n < 4000; ++n) {
-        RayRecord ray = RandomRay(random), later = ray;
-        CurrentFrame     = 0;
-        const bool first = TraceOcclusion(ray);
-        blocked += first;
-        CurrentFrame = 1;
-        EXPECT_EQ(TraceOcclusion(later), first);
-        EXPECT_EQ(ray.throughput, later.throughput);
-    }
-    EXPECT_GT(blocked, 100u);
-    EXPECT_EQ(count(Objects[0]), blocked);
-    EXPECT_GT(count(Objects[1]), 0u);
-    EXPECT_LT(count(Objects[1]), blocked);
-    for (Object& object : Objects) TuneChildOrder(object);
-    EXPECT_GT(CompareWithScan(random, 500), 50);
-}
-
 TEST_F(Walk, NoRayLeavesAClosedMesh)
 {
     Random random(4);
-    Show(Ball(6));
+    Show(Ball());
     EXPECT_LE(MissesFromInside(random, 0.5f, 200000), 2);
     const char* const data = std::getenv("HV_TEST_DATA");
     if (data == nullptr) GTEST_SKIP() << "HV_TEST_DATA is not set: no scanned model";
@@ -502,43 +398,19 @@ TEST_F(Walk, NoRayLeavesAClosedMesh)
     EXPECT_LE(MissesFromInside(random, 0.1f, 100000), 2);
 }
 
-TEST_F(Walk, ThreadsSeeTheSame)
-{
-    Random random(7);
-    ShowSoup(random, Soup::Scattered, 2000);
-    constexpr int          kRays = 20000;
-    std::vector<RayRecord> alone(kRays);
-    for (RayRecord& ray : alone) ray = RandomRay(random);
-    std::vector<RayRecord> together = alone;
-    TakeSum(PrimaryRayCounters);
-    for (RayRecord& ray : alone) TraceClosest(ray);
-#pragma omp parallel for num_threads(4)
-    for (int n = 0; n < kRays; ++n) {
-        RayRecord& ray = together[static_cast<std::size_t>(n)];
-        ray.thread     = static_cast<std::uint8_t>(omp_get_thread_num());
-        TraceClosest(ray);
-    }
-    EXPECT_EQ(TakeSum(PrimaryRayCounters), 2u * kRays);
-    for (std::size_t n = 0; n < kRays && !HasFailure(); ++n) ExpectSameHit(alone[n], together[n]);
-}
-
 TEST_F(Walk, RaysThatAreNoneMissAndEmptyScenesAreMissed)
 {
     const auto expect_miss = [](const RayRecord& ray) {
         RayRecord closest = ray, probe = ray, shadow = ray;
-        EXPECT_FALSE(TraceClosest(closest));
-        EXPECT_FALSE(TraceProbe(probe));
-        EXPECT_FALSE(TraceOcclusion(shadow));
-        EXPECT_EQ(shadow.throughput, kWhite);
+        EXPECT_FALSE(TraceClosest(closest) || TraceProbe(probe) || TraceOcclusion(shadow)) << ray.origin.x;
     };
+    Random          random(8);
     const RayRecord plain = MakeRay({0, 0, 0}, {0, 0, 1}, 7);
     expect_miss(plain);
     Objects.assign(1, {});
     expect_miss(plain);  // not built
     Finish(Objects[0]);
     expect_miss(plain);  // built of nothing
-
-    Random random(8);
     ShowSoup(random, Soup::Scattered, 100);
     for (const float bad : {kNan, kInf, -kInf})
         for (int slot = 0; slot < 6; ++slot) {
@@ -547,9 +419,8 @@ TEST_F(Walk, RaysThatAreNoneMissAndEmptyScenesAreMissed)
             expect_miss(ray);
         }
     for (const float distance : {kNan, 0.0f, -1.0f, 1e-7f}) {
-        RayRecord probe = MakeRay({0, 0, 0}, {0, 0, 1}, distance), shadow = probe;
+        RayRecord probe = MakeRay({0, 0, 0}, {0, 0, 1}, distance);
         EXPECT_FALSE(TraceProbe(probe)) << distance;
-        TraceOcclusion(shadow);  // particles reach an epsilon past the distance; nothing may break
     }
 }
 
@@ -560,39 +431,33 @@ TEST_F(Walk, RaysInBoxPlanesStillHit)
     part.positions = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}};
     part.tetragons = {{0, 1, 2, 3, 0}};
     Show(part);
-    for (const float sign : {1.0f, -1.0f})
-        for (const float zero : {0.0f, -0.0f})
-            for (const float x : {0.0f, 0.5f, 1.0f})
-                for (const float y : {0.0f, 1.0f}) {
-                    RayRecord ray = MakeRay({x, y, 3 * sign}, {zero, zero, -sign}), shadow = ray;
-                    EXPECT_TRUE(TraceClosest(ray)) << x << " " << y;
-                    EXPECT_EQ(ray.distance, 3.0f);
-                    EXPECT_TRUE(TraceOcclusion(shadow)) << x << " " << y;
-                }
+    for (const float zero : {0.0f, -0.0f})
+        for (const Vector place : {Vector{0, 0, 3}, {0.5f, 0, 3}, {1, 1, 3}, {0, 0, -3}, {0.5f, 1, -3}, {1, 1, -3}}) {
+            RayRecord ray = MakeRay(place, {zero, zero, place.z > 0 ? -1.0f : 1.0f}), shadow = ray;
+            EXPECT_TRUE(TraceClosest(ray)) << place.x << ' ' << place.y;
+            EXPECT_EQ(ray.distance, 3.0f);
+            EXPECT_TRUE(TraceOcclusion(shadow)) << place.x << ' ' << place.y;
+        }
 }
 
 // Boxes nested like dolls make the deepest trees; the stack must hold them.
 TEST_F(Walk, DeepTreesFitTheStack)
 {
     Part part;
-    for (int n = 0; n < 240; ++n) {
-        const auto  first = static_cast<std::uint32_t>(part.positions.size());
-        const float size  = std::exp2(0.25f * static_cast<float>(n - 120));
+    for (std::uint32_t n = 0; n < 240; ++n) {
+        const float size = std::exp2(0.25f * static_cast<float>(n) - 30);
         part.positions.insert(part.positions.end(), {{0, 0, size}, {size, 0, size}, {0, size, size}});
-        part.triangles.push_back({first, first + 1, first + 2, 0});
+        part.triangles.push_back({3 * n, 3 * n + 1, 3 * n + 2, 0});
     }
     Show(part);
     Random random(9);
     int    hits = 0;
     for (int n = 0; n < 2000; ++n) {
-        const float  scale = std::ldexp(1.0f, static_cast<int>(random() % 50) - 25);
-        const Vector p     = Point(random);
-        RayRecord    ray = MakeRay(scale * Vector{std::fabs(p.x), std::fabs(p.y), 0}, {0, 0, 1}), scanned = ray;
-        const bool   hit = TraceClosest(ray);
+        const float scale = std::ldexp(1.0f, static_cast<int>(random() % 50) - 25);
+        RayRecord   ray = MakeRay(scale * PointIn(random, 0, 1), {0, 0, 1}), scanned = ray;
+        const bool  hit = TraceClosest(ray);
         ASSERT_EQ(hit, Scan(Objects[0], scanned, false, 0));
-        if (hit) {
-            EXPECT_EQ(ray.distance, scanned.distance);
-        }
+        ASSERT_EQ(ray.distance, scanned.distance);
         hits += hit;
     }
     EXPECT_GT(hits, 500);
