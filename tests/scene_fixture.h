@@ -14,9 +14,9 @@
 
 namespace hv {
 
-/// Starts the library, silent and with fixed random numbers, and shuts it down again. The sky has the colour 1; no
-/// photons are cast and no density cells are in use. One camera looks from (0, -2, 0) along +y, with z up, through so small an angle that all rays
-/// of a pixel are one.
+/// Starts the library, silent and with fixed random numbers, and shuts it down again. The sky has the colour 1; no photons
+/// are cast and no density cells are in use. One camera looks from (0, -2, 0) along +y, with z up, through so small an
+/// angle that all rays of a pixel are one.
 class TestScene {
 public:
     explicit TestScene(int frames = 4, int width = 1, int height = 1)

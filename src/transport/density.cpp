@@ -144,25 +144,17 @@ struct CellPlace {
     std::uint32_t       size  = 0;  ///< of the grid
 };
 
-std::uint32_t Row(float parameter, std::uint32_t size)
-{
-    return static_cast<std::uint32_t>(ClampToInt(parameter * static_cast<float>(size), 0, static_cast<int>(size) - 1));
-}
+/// Step of a parameter (0 to 1) on a grid.
+int Step(float parameter, int size) { return ClampToInt(parameter * static_cast<float>(size), 0, size - 1); }
 
-std::uint32_t TriangleCell(const RayRecord& ray, std::uint32_t size)
+int TriangleCell(const RayRecord& ray, int size)
 {
-    const std::uint32_t r = Row(1.0f - ray.hit_u, size);
-    const std::uint32_t j = Row(1.0f - ray.hit_v, size);
-    const std::uint32_t k = Row(1.0f - ray.hit_w, size);
+    const int r = Step(1.0f - ray.hit_u, size), j = Step(1.0f - ray.hit_v, size), k = Step(1.0f - ray.hit_w, size);
     // The parameters add up to 1 but for rounding, which must not lead out of the row.
-    const std::uint32_t column = j <= r + k ? std::min(2 * r, r + j - std::min(k, r + j)) : 2 * r;
-    return r * r + column;
+    return r * r + std::clamp(r + j - k, 0, 2 * r);
 }
 
-std::uint32_t TetragonCell(const RayRecord& ray, std::uint32_t size)
-{
-    return size * Row(ray.hit_u, size) + Row(ray.hit_v, size);
-}
+int TetragonCell(const RayRecord& ray, int size) { return size * Step(ray.hit_u, size) + Step(ray.hit_v, size); }
 
 CellPlace PlaceOf(const RayRecord& ray)
 {
@@ -173,8 +165,9 @@ CellPlace PlaceOf(const RayRecord& ray)
     const DensityCells& cells       = is_triangle ? ray.hit_part->triangleCells : ray.hit_part->tetragonCells;
     if (ray.hit_primitive >= cells.grids.size()) return {};
     const DensityCells::Grid grid  = cells.grids[ray.hit_primitive];
-    const std::uint32_t      cell  = is_triangle ? TriangleCell(ray, grid.size) : TetragonCell(ray, grid.size);
-    const std::size_t        index = std::size_t{grid.base} + cell;
+    const int                size  = static_cast<int>(grid.size);
+    const int                cell  = is_triangle ? TriangleCell(ray, size) : TetragonCell(ray, size);
+    const std::size_t        index = std::size_t{grid.base} + static_cast<std::size_t>(cell);
     return index < cells.front.size() ? CellPlace{&cells, index, grid.size} : CellPlace{};
 }
 
@@ -264,6 +257,14 @@ void DepositDensity(const RayRecord& photon, Color value)
     // The cells are those of a part of the root, which no one else holds as constant.
     auto& cells = const_cast<DensityCells&>(*place.cells);
     if (scale > 0.0f) RacingAdd((front ? cells.front : cells.back)[place.index], value * scale);
+}
+
+void ClearDensity()
+{
+    ForEachSet([](const Part&, const auto&, DensityCells& cells) {
+        std::ranges::fill(cells.front, kBlack);
+        std::ranges::fill(cells.back, kBlack);
+    });
 }
 
 void StartOrderFreeDeposits(float largest)

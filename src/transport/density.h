@@ -9,6 +9,9 @@ namespace hv {
 /// of the surface. Threads may deposit at the same time.
 void DepositDensity(const RayRecord& photon, Color value);
 
+/// Blackens the cells of the root: photons may be cast a second time.
+void ClearDensity();
+
 /// With a seed deposits go through sums that do not depend on their order, from the first call to the second. `largest`:
 /// largest power of a photon, which sets their precision.
 void StartOrderFreeDeposits(float largest);

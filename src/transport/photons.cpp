@@ -276,6 +276,7 @@ void TracePhoton(RayRecord& photon)
 void CastPhotons()
 {
     ReleasePhotons();
+    ClearDensity();
     CastCount = 0;
     if (HasFixedSeed()) {
         const float largest = LargestPowerOfAll();
