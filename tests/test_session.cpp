@@ -244,7 +244,7 @@ TEST_F(Session, FinalizeWritesAgainFromLastCameraToFirst)
 // Nothing records the order of the calls, so every order has to end well.
 TEST_F(Session, StagesMayComeInAnyOrder)
 {
-    using Stage               = void (*)();
+    using Stage             = void (*)();
     const Stage few_photons = [] {  // many stages bring the defaults back
         hvSetSkyLightPhoton(500);
         hvSetGeometryLightPhoton(500);
