@@ -52,6 +52,14 @@ inline Float8 LessEqual(Float8 a, Float8 b) { return {_mm256_cmp_ps(a.lanes, b.l
 /// Bit i of the result is lane i of a comparison.
 inline unsigned Bits(Float8 a) { return static_cast<unsigned>(_mm256_movemask_ps(a.lanes)); }
 
+/// The largest lane, in all lanes.
+inline Float8 SplatHighest(Float8 a)
+{
+    const __m256 quads = _mm256_max_ps(a.lanes, _mm256_permute2f128_ps(a.lanes, a.lanes, 1));
+    const __m256 pairs = _mm256_max_ps(quads, _mm256_permute_ps(quads, 0b01001110));
+    return {_mm256_max_ps(pairs, _mm256_permute_ps(pairs, 0b10110001))};
+}
+
 /// Bit i: the i-th of eight words, aligned to 32 bytes, equals `value`.
 inline unsigned EqualBits8(const std::uint32_t* p, std::uint32_t value)
 {

@@ -21,20 +21,33 @@ struct LastLookup {
 /// One slot a thread: reset by the build and before every row of pixels.
 PerThread<LastLookup> LastLookups;
 
-/// Whether a photon of this packed direction came from behind a surface. Only the sign counts: nothing is normalised.
-bool CameFromBehind(std::uint16_t packed, Vector normal) { return Dot(UnpackedDirection(packed), normal) < 0.0f; }
+/// What photons are looked for.
+struct Query {
+    Vector position;
+    float  normal[5];  ///< of the surface; the first two components once more, so that axes need no wrapping
+};
+
+/// Whether a photon of this packed direction came from behind a surface: the sign of the dot product with
+/// DecodeDirection, for which nothing needs to be normalised.
+bool CameFromBehind(std::uint16_t packed, const float* normal)
+{
+    const int axis = (packed & 3) - 1;
+    if (axis < 0) return false;
+    const auto term = [&](int n, int size) {
+        const float product = normal[axis + n] * static_cast<float>(size);
+        return packed >> 2 & kOctantBit[axis + n] ? -product : product;
+    };
+    return term(0, 31) + term(1, packed >> 10 & 31) + term(2, packed >> 5 & 31) < 0.0f;
+}
 
 /// Index of the largest of 32 distances.
 std::uint32_t FindFarthest(const NeighbourList& list)
 {
-    const float*      d = list.distances;
-    const Float8      a = Max(Load8(d), Load8(d + 8)), b = Max(Load8(d + 16), Load8(d + 24));
-    alignas(32) float lanes[8];
-    Store8(lanes, Max(a, b));
-    const Float8 top   = Splat8(*std::max_element(lanes, lanes + 8));
-    unsigned     found = 0;
-    for (unsigned n = 0; n < 4; ++n) found |= Bits(LessEqual(top, Load8(d + 8 * n))) << (8 * n);
-    return static_cast<std::uint32_t>(std::countr_zero(found));
+    const float* d = list.distances;
+    const Float8 a = Load8(d), b = Load8(d + 8), c = Load8(d + 16), e = Load8(d + 24);
+    const Float8 top   = SplatHighest(Max(Max(a, b), Max(c, e)));
+    const auto   found = [top](Float8 lanes) { return Bits(LessEqual(top, lanes)); };
+    return static_cast<std::uint32_t>(std::countr_zero(found(a) | found(b) << 8 | found(c) << 16 | found(e) << 24));
 }
 
 /// Takes a photon into the list, in place of the farthest when it is full. Returns the squared radius left to search.
@@ -57,20 +70,20 @@ float Insert(NeighbourList& list, std::uint32_t photon, float distance, float ra
 }
 
 /// Looks at all photons of a leaf. Returns the squared radius left to search.
-float SearchLeaf(NeighbourList& list, const KdNode& leaf, Vector position, Vector normal, float radius2)
+float SearchLeaf(NeighbourList& list, const KdNode& leaf, const Query& query, float radius2)
 {
     for (std::uint32_t i = leaf.child; i < leaf.child + leaf.count; ++i) {
         const Photon& photon   = Photons[i];
-        const Vector  offset   = photon.position - position;
+        const Vector  offset   = photon.position - query.position;
         const float   distance = Dot(offset, offset);
-        if (radius2 > distance && !CameFromBehind(photon.direction, normal))
+        if (radius2 > distance && !CameFromBehind(photon.direction, query.normal))
             radius2 = Insert(list, i, distance, radius2);
     }
     return radius2;
 }
 
 /// Whether all photons below a node came from behind a surface. A node that may hold others gives false.
-bool CameAllFromBehind(const DirectionBounds& bounds, Vector normal)
+bool CameAllFromBehind(const DirectionBounds& bounds, const float* normal)
 {
     constexpr float kStep = 1.0f / 127.0f, kRounding = 1e-4f;
     float           highest = 0.0f;  // of the dot product of such a direction and the normal
@@ -79,26 +92,48 @@ bool CameAllFromBehind(const DirectionBounds& bounds, Vector normal)
     return highest < -kRounding;
 }
 
-/// A side left for later.
-struct FarSide {
+/// A node whose turn comes, and how far its box is away: along each axis, and squared in all (Arya and Mount 1993). The
+/// distance of one plane would not do: a caustic on a floor is never split along its height, and a lookup on the wall
+/// above would search all of it.
+struct Place {
     std::uint32_t node;
-    float         distance2;  ///< squared, to the plane before it
+    Vector        away;
+    float         distance2;
 };
 
-/// Goes down on the near sides and returns the leaf at their end, kNone where the near side is missing.
-std::uint32_t Descend(std::uint32_t index, Vector position, float radius2, FarSide* stack, int& height)
+Place RootPlace(Vector position)
+{
+    const Vector away = Max(Max(PhotonBox.min - position, position - PhotonBox.max), Vector{});
+    return {0, away, Dot(away, away)};
+}
+
+/// The side of a node that the position lies away from by `d`.
+Place FarPlace(const Place& near, std::uint32_t child, int axis, float d)
+{
+    Place far      = {child, near.away, 0.0f};
+    far.away[axis] = std::fabs(d);
+    far.distance2  = Dot(far.away, far.away);
+    return far;
+}
+
+/// Goes down on the near sides and leaves the far ones on the stack. Returns the leaf at the end, null where the near
+/// side is missing.
+const KdNode* Descend(Place place, Vector position, float radius2, Place* stack, int& height)
 {
     for (;;) {
-        const KdNode& node = KdNodes[index];
-        if (node.shape == KdShape::Leaf) return index;
+        const KdNode& node = KdNodes[place.node];
+        if (node.shape == KdShape::Leaf) return &node;
         const float         d    = position[node.axis] - node.split;
         const std::uint32_t left = node.shape == KdShape::RightOnly ? kNone : node.child;
         const std::uint32_t right =
             node.shape == KdShape::LeftOnly ? kNone : node.child + (node.shape == KdShape::Both);
         const std::uint32_t near = d > 0.0f ? right : left, far = d > 0.0f ? left : right;
-        if (far != kNone && d * d < radius2) stack[height++] = {far, d * d};
-        if (near == kNone) return kNone;
-        index = near;
+        if (far != kNone) {
+            const Place place_there = FarPlace(place, far, node.axis, d);
+            if (place_there.distance2 < radius2) stack[height++] = place_there;
+        }
+        if (near == kNone) return nullptr;
+        place.node = near;
     }
 }
 
@@ -128,17 +163,15 @@ void GatherPhotons(NeighbourList& list, Vector position, Vector normal, float ra
     list.farthest_distance     = 0.0f;
     if (KdNodes.empty()) return;
 
-    FarSide       stack[kKdDepthLimit + 1];
-    int           height = 0;
-    std::uint32_t index  = 0;
-    for (;;) {
-        index = Descend(index, position, radius2, stack, height);
-        if (index != kNone) radius2 = SearchLeaf(list, KdNodes[index], position, normal, radius2);
-        do {
-            if (height == 0) return;
-            --height;
-        } while (!(stack[height].distance2 < radius2) || CameAllFromBehind(KdDirections[stack[height].node], normal));
-        index = stack[height].node;
+    const Query query = {position, {normal.x, normal.y, normal.z, normal.x, normal.y}};
+    Place       stack[kKdDepthLimit + 1];
+    int         height = 0;
+    stack[height++]    = RootPlace(position);
+    while (height > 0) {
+        const Place& place = stack[--height];
+        if (!(place.distance2 < radius2) || CameAllFromBehind(KdDirections[place.node], query.normal)) continue;
+        const KdNode* leaf = Descend(place, position, radius2, stack, height);
+        if (leaf) radius2 = SearchLeaf(list, *leaf, query, radius2);
     }
 }
 

@@ -59,7 +59,8 @@ struct NeighbourList {
 /// first of them on top.
 std::uint16_t EncodeDirection(Vector v);
 
-inline constexpr int kOctantBit[3] = {4, 2, 1};
+/// Sign bit of each axis in the octant, the first two once more.
+inline constexpr int kOctantBit[5] = {4, 2, 1, 4, 2};
 
 /// Components of a packed direction, the largest of them 31.
 inline Vector UnpackedDirection(std::uint16_t packed)
