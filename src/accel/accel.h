@@ -31,8 +31,8 @@ void RefreshBounds(Object& object);
 /// Builds the topology of the binary tree, without boxes, and prints the progress and timing lines.
 void Build(Object& object);
 
-/// Moves the vertices of parts with motion, refits, rotates, and makes the wide tree. Without `force` only moving objects
-/// are touched. `frame_count` divides the motion.
+/// Moves the vertices of parts with motion, refits, rotates, and makes the wide tree. Without `force` only moving
+/// objects are touched. `frame_count` divides the motion.
 void Update(Object& object, bool force, int frame_count);
 
 /// Sorts the used lanes of every wide node by decreasing half area, so that shadow rays try the largest child first.
@@ -55,14 +55,14 @@ bool TraceClosest(RayRecord& ray);
 /// The same for the short probes of subsurface work: keeps the caller's distance, sees triangles and tetragons only.
 bool TraceProbe(RayRecord& ray);
 
-/// Multiplies the transparency of everything up to `distance` into throughput, from white. Returns true when the ray was
-/// stopped early: no channel is present. In frame 0 blocked rays are counted in wideVisits.
+/// Multiplies the transparency of everything up to `distance` into throughput, from white. Returns true when the ray
+/// was stopped early: no channel is present. In frame 0 blocked rays are counted in wideVisits.
 bool TraceOcclusion(RayRecord& ray);
 
 // ---- Hits (evaluate.cpp) ----
 
-/// Fills a SurfacePoint from a hit: layer, frame, uv, then DeriveSurfaceTerms. Reads point.use_density and clears it for
-/// particles and cylinders. An unknown hit_kind leaves the point as it is.
+/// Fills a SurfacePoint from a hit: layer, frame, uv, then DeriveSurfaceTerms. Reads point.use_density and clears it
+/// for particles and cylinders. An unknown hit_kind leaves the point as it is.
 void EvaluateHit(const RayRecord& ray, SurfacePoint& point);
 
 /// Normal of a face of 3 or 4 corners p(0), p(1), ...; unit length under the length guard.

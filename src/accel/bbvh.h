@@ -54,12 +54,11 @@ static_assert(sizeof(WideNode) == 256);
 inline constexpr std::uint32_t kBlockLength = 8;  ///< references of a leaf block
 
 /// Up to eight triangles or tetragons, packed for the lane test: exactly eight cache lines. Block b holds what
-/// wideRefs[8 b] to wideRefs[8 b + 7] name; the first `used` of these are references, the rest of kind None. The leaves of
-/// one node share blocks: a leaf begins at any lane, and what does not fit goes on in the next block. Each block is of one
-/// kind class.
-/// values[24 n + 8 axis + lane] is a coordinate of vector n of a lane: of triangles p0, the normal n = e1 x e2, e2 x n and
-/// n x e1, with e1 = p1 - p0 and e2 = p2 - p0; of tetragons the corners. Lanes that are not used hold zeroes. Not set when
-/// made, as WideNode.
+/// wideRefs[8 b] to wideRefs[8 b + 7] name; the first `used` of these are references, the rest of kind None. The leaves
+/// of one node share blocks: a leaf begins at any lane, and what does not fit goes on in the next block. Each block is
+/// of one kind class. values[24 n + 8 axis + lane] is a coordinate of vector n of a lane: of triangles p0, the normal n
+/// = e1 x e2, e2 x n and n x e1, with e1 = p1 - p0 and e2 = p2 - p0; of tetragons the corners. Lanes that are not used
+/// hold zeroes. Not set when made, as WideNode.
 struct alignas(64) LeafBlock {
     LeafBlock() {}
 

@@ -93,7 +93,8 @@ void FrameFace(const Part& part, const Corners& corners, SurfacePoint& point)
     point.tangent   = Normalized(Cross(point.bitangent, point.normal));
 }
 
-/// Brings a frame from the space of the hit's object to world space: outermost matrix first, so the innermost acts first.
+/// Brings a frame from the space of the hit's object to world space: outermost matrix first, so the innermost acts
+/// first.
 void FrameToWorld(const RayRecord& ray, SurfacePoint& point)
 {
     if (ray.hit_instance_depth == 0) return;

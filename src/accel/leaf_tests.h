@@ -5,8 +5,8 @@
 
 #include <algorithm>
 
-/// The lane tests over packed leaf blocks. Operation for operation those of primitives.cpp, without contraction and with
-/// true divisions, so that a lane and its scalar twin agree to the bit.
+/// The lane tests over packed leaf blocks. Operation for operation those of primitives.cpp, without contraction and
+/// with true divisions, so that a lane and its scalar twin agree to the bit.
 namespace hv {
 
 /// A ray splat over eight lanes, with the primitives that it does not see for each packed kind (kNone: none).

@@ -10,8 +10,8 @@ namespace hv {
 
 namespace {
 
-/// A node with the lanes of it that are still to be visited, lowest first: 256 * node + lanes. One entry a level does for
-/// all lanes, as lane 0 and all below it come before lane 1.
+/// A node with the lanes of it that are still to be visited, lowest first: 256 * node + lanes. One entry a level does
+/// for all lanes, as lane 0 and all below it come before lane 1.
 using WaitingNode = std::uint64_t;
 
 /// Shadow rays see neither the light that they go to, which is the hit of their record, nor the primitive they leave.

@@ -67,7 +67,8 @@ struct RayRecord {
 
 inline constexpr int kMaxInstanceDepth = 16;
 
-/// Normal matrices of the instances around the last hit of a thread, outermost first; `hit_instance_depth` of them count.
+/// Normal matrices of the instances around the last hit of a thread, outermost first; `hit_instance_depth` of them
+/// count.
 struct NormalMatrixStack {
     Matrix3 matrices[kMaxInstanceDepth];
 };

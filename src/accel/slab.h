@@ -58,8 +58,9 @@ HV_INLINE Float8 PlaneDistance(const WideNode& node, std::size_t plane, Float8 o
 }
 
 /// Bit i: the ray enters the box of lane i at near[i], before it leaves it and before `far_limit`. Unused lanes never
-/// pass. A coordinate that gives no number (the origin on a plane that the ray runs along) does not narrow the interval.
-/// With kFinite all inverses are finite: then no coordinate gives none, and the same numbers come out one step sooner.
+/// pass. A coordinate that gives no number (the origin on a plane that the ray runs along) does not narrow the
+/// interval. With kFinite all inverses are finite: then no coordinate gives none, and the same numbers come out one
+/// step sooner.
 template <bool kFinite>
 HV_INLINE unsigned SlabTest8(const WideNode& node, const SlabRay& ray, Float8 far_limit, Float8& near)
 {

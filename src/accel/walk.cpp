@@ -141,9 +141,9 @@ struct Leaves {
     alignas(32) float distances[8];
 };
 
-/// Tests leaves that lie in the shared blocks of their node: all of a block at once, then leaf by leaf what passed, as if
-/// each had been visited by itself, the nearest first. That one is visited in any case; the others had to wait, and are
-/// dropped when a hit lies before them.
+/// Tests leaves that lie in the shared blocks of their node: all of a block at once, then leaf by leaf what passed, as
+/// if each had been visited by itself, the nearest first. That one is visited in any case; the others had to wait, and
+/// are dropped when a hit lies before them.
 HV_INLINE void TestSharedLeaves(const LeafBlock* blocks, const Leaves& leaves, const LeafRay& ray,
                                 std::uint8_t visibility, Limits& limits, FaceHit& hit)
 {
@@ -249,8 +249,8 @@ __attribute__((noinline)) bool TestLooseBlock(Object& object, std::size_t block,
     return any;
 }
 
-/// Goes down from `target` and on to the lanes that wait, the nearest first, until leaves come up. False when none waits
-/// any more. A loop of its own, so that the ray stays in registers.
+/// Goes down from `target` and on to the lanes that wait, the nearest first, until leaves come up. False when none
+/// waits any more. A loop of its own, so that the ray stays in registers.
 template <bool kFinite>
 HV_INLINE bool FindLeaves(const WideNode* nodes, const SlabRay& slab, const Limits& limits, const WaitingLane* stack,
                           WaitingLane*& top, std::uint32_t target, Leaves& leaves)

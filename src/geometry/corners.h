@@ -11,8 +11,8 @@ struct Corners {
     float         weight[4];
 };
 
-/// `hit`: the parameters by kind, as RayRecord holds them in hit_u, hit_v, hit_w. A primitive that does not exist has no
-/// corners.
+/// `hit`: the parameters by kind, as RayRecord holds them in hit_u, hit_v, hit_w. A primitive that does not exist has
+/// no corners.
 inline Corners CornersOf(const Part& part, PrimitiveKind kind, std::uint32_t index, Vector hit)
 {
     const float u = hit.x, v = hit.y, w = hit.z;

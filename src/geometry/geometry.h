@@ -5,9 +5,9 @@
 /// Preparation of objects: from the registry that hosts and scene files fill to something rays can walk.
 namespace hv {
 
-/// Resolves instance names, finds the root, prepares every object from the leaves of the instance tree to the root, sets
-/// the scene values and prints the reports. `density_setup` is run on each part of the root before the scene report; null
-/// runs nothing.
+/// Resolves instance names, finds the root, prepares every object from the leaves of the instance tree to the root,
+/// sets the scene values and prints the reports. `density_setup` is run on each part of the root before the scene
+/// report; null runs nothing.
 void PrepareScene(void (*density_setup)(Part& part) = nullptr);
 
 /// The per-frame step: updates moving objects, deepest first, and refreshes the scene values.

@@ -118,8 +118,8 @@ void CutCycles()
 
 void AssignDepths()
 {
-    // Instances are taken from last to first and every object keeps the first depth it gets: the same as the last depth of
-    // a walk in forward order that visits shared objects again and again, without its exponential cost.
+    // Instances are taken from last to first and every object keeps the first depth it gets: the same as the last depth
+    // of a walk in forward order that visits shared objects again and again, without its exponential cost.
     for (Object& object : Objects) object.depth = 0;
     std::vector<bool>  reached(Objects.size(), false);
     std::vector<Visit> stack{{RootObject, Objects[RootObject].instances.size()}};

@@ -46,8 +46,8 @@ struct Tetragon {
 };
 
 /// Density cells of the faces of one kind of a part: radiance by diffuse reflection on both sides, from photons. A face
-/// has `size` squared cells from `base` on. Triangles: row r of (1 - u) size holds 2 r + 1 cells from r^2 on. Tetragons:
-/// rows along u, columns along v.
+/// has `size` squared cells from `base` on. Triangles: row r of (1 - u) size holds 2 r + 1 cells from r^2 on.
+/// Tetragons: rows along u, columns along v.
 struct DensityCells {
     struct Grid {
         std::uint32_t base = 0, size = 0;  ///< size: 1 to 255
@@ -144,8 +144,8 @@ struct Object {
     std::vector<std::vector<std::uint32_t>>   levelNodes;
 };
 
-/// Filled by hvAddObject and scene files, emptied by hvFinalizeAccelerator and hvFinalize; frozen while rays fly but for
-/// MoveObjects between frames.
+/// Filled by hvAddObject and scene files, emptied by hvFinalizeAccelerator and hvFinalize; frozen while rays fly but
+/// for MoveObjects between frames.
 extern std::vector<Object> Objects;
 
 /// Scene values, set by PrepareScene and refreshed by MoveObjects.

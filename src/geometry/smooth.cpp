@@ -32,8 +32,9 @@ void Displace(Part& part)
         PrintWarning("part - displacement is not applied by this release");
 }
 
-// Of the three regimes of smooth_angle two need no averaging: 0 on every face releases the normals, so that hits use the
-// geometric one, and below 0 the normals that came with the file stay. Angles above 0 are left as if they were below.
+// Of the three regimes of smooth_angle two need no averaging: 0 on every face releases the normals, so that hits use
+// the geometric one, and below 0 the normals that came with the file stay. Angles above 0 are left as if they were
+// below.
 void Smooth(Part& part)
 {
     if (AllFaceted(part.triangles) && AllFaceted(part.tetragons)) part.normals = {};

@@ -17,8 +17,8 @@ std::vector<std::uint32_t> StrandStarts(const Part& part)
     return starts;
 }
 
-/// Fills (v - s) / (e - s) for each pair of neighbouring starts s, e. Later strands overwrite earlier ones where cylinders
-/// come out of order, so strands are taken from last to first and each vertex is written once.
+/// Fills (v - s) / (e - s) for each pair of neighbouring starts s, e. Later strands overwrite earlier ones where
+/// cylinders come out of order, so strands are taken from last to first and each vertex is written once.
 std::vector<float> StrandParameters(const Part& part)
 {
     const std::size_t                vertex_count = part.positions.size();
@@ -42,8 +42,8 @@ std::vector<float> StrandParameters(const Part& part)
     return parameters;
 }
 
-/// Sums of the segments that meet at each vertex. Only as many vertices as there are cylinders get a tangent: of several
-/// strands the last vertices of the array stay without one. Meant so.
+/// Sums of the segments that meet at each vertex. Only as many vertices as there are cylinders get a tangent: of
+/// several strands the last vertices of the array stay without one. Meant so.
 std::vector<PackedDirection> StrandTangents(const Part& part)
 {
     std::vector<Vector> sums(part.positions.size());

@@ -28,8 +28,8 @@ struct Image {
     bool                       allow_packing = true;
 };
 
-/// Sizes one pixel store and zeroes it. A size, channel or bit count that does not fit, or too little memory, leaves the
-/// image empty and not loaded, and returns false.
+/// Sizes one pixel store and zeroes it. A size, channel or bit count that does not fit, or too little memory, leaves
+/// the image empty and not loaded, and returns false.
 bool AllocateImage(Image& image, int width, int height, int channels, int bits, bool packed);
 
 /// Pixel `index` (y * width + x) as three channels. 8- and 16-bit samples are scaled by 1/255; one channel is repeated.
@@ -43,15 +43,15 @@ std::span<std::byte> PixelBytes(Image& image);
 /// Bytes of all pixel stores.
 std::int64_t ImageBytes(const Image& image);
 
-/// Fills an image from a file, whose format its content tells. Byte, 16-bit and float pictures of 1, 3 or 4 channels keep
-/// their samples; three floats are packed to 4 bytes a pixel where `allow_packing` is set. A text ".hdr" or ".HDR" anywhere
-/// in `image.path` turns the rows over. Sets `loaded`. A file that is broken, too large or of no known format leaves the
-/// image empty and not loaded, prints one error line and returns false. A sound file of a pixel layout that has no store
-/// (1 or 4 bits a pixel, complex numbers) is loaded without pixels, with one warning.
+/// Fills an image from a file, whose format its content tells. Byte, 16-bit and float pictures of 1, 3 or 4 channels
+/// keep their samples; three floats are packed to 4 bytes a pixel where `allow_packing` is set. A text ".hdr" or ".HDR"
+/// anywhere in `image.path` turns the rows over. Sets `loaded`. A file that is broken, too large or of no known format
+/// leaves the image empty and not loaded, prints one error line and returns false. A sound file of a pixel layout that
+/// has no store (1 or 4 bits a pixel, complex numbers) is loaded without pixels, with one warning.
 bool ReadImageFile(Image& image, const std::string& full_path);
 
-/// Writes the picture in the format that its path names. Values go as they stand. Returns false, and prints nothing, for
-/// an empty path, an image without pixels, an unknown ending or a failed save.
+/// Writes the picture in the format that its path names. Values go as they stand. Returns false, and prints nothing,
+/// for an empty path, an image without pixels, an unknown ending or a failed save.
 bool WriteImage(const Image& image);
 
 }  // namespace hv

@@ -27,8 +27,8 @@ void PreparePose(CameraPose& pose, int width);
 /// The pose at the time t, 0 at shutter start to 1 at shutter end, prepared.
 CameraPose InterpolatePose(const Camera& camera, float t);
 
-/// Fills a primary ray for the pixel (x, y), y downwards, from `pose` = InterpolatePose(camera, (0.5 + frame) / sample).
-/// Records the pixel in PixelSlot of the calling thread `thread`.
+/// Fills a primary ray for the pixel (x, y), y downwards, from `pose` = InterpolatePose(camera, (0.5 + frame) /
+/// sample). Records the pixel in PixelSlot of the calling thread `thread`.
 void GenerateCameraRay(const Camera& camera, const CameraPose& pose, RayRecord& ray, int x, int y, int thread);
 
 /// Writes the images of all AOVs of a camera, first to last.

@@ -12,8 +12,8 @@
 /// what they set, is told by the tables of the ..._sections.cpp files.
 namespace hv {
 
-/// A scene file at one of its lines. Reading fails in silence: a value that cannot be read keeps its variable, and so do
-/// all that follow it on the line.
+/// A scene file at one of its lines. Reading fails in silence: a value that cannot be read keeps its variable, and so
+/// do all that follow it on the line.
 class SceneReader {
 public:
     explicit SceneReader(const std::string& path) : file_(path), path_(path) {}
@@ -74,8 +74,8 @@ struct Keyword {
     void (*read)(SceneReader& reader, Record& record);
 };
 
-/// Reads the lines of a block up to its `end` or the end of the file. A keyword that opens a block inside reads on in the
-/// same file. Lines without a keyword of the table are passed over.
+/// Reads the lines of a block up to its `end` or the end of the file. A keyword that opens a block inside reads on in
+/// the same file. Lines without a keyword of the table are passed over.
 template <class Record, std::size_t count>
 void ReadBlock(SceneReader& reader, Record& record, const Keyword<std::type_identity_t<Record>> (&table)[count])
 {

@@ -142,8 +142,8 @@ private:
     bool                                           is_told_of_polygons_ = false, is_told_of_degenerates_ = false;
 };
 
-// Positive numbers count from where the file began, negative ones from the last element read so far. A number that names
-// nothing stays out of range, so that it is met when the faces are flattened.
+// Positive numbers count from where the file began, negative ones from the last element read so far. A number that
+// names nothing stays out of range, so that it is met when the faces are flattened.
 std::uint32_t ResolveIndex(int index, std::size_t base, std::size_t size)
 {
     if (index == 0) return kNone;

@@ -17,7 +17,8 @@ extern std::string SceneFolder;
 /// files read.
 int LoadScene(std::string_view folder);
 
-/// Reads every .hv file directly in `path`, sorted by name. A missing folder is empty. Returns the number of files read.
+/// Reads every .hv file directly in `path`, sorted by name. A missing folder is empty. Returns the number of files
+/// read.
 int LoadFolder(const std::string& path);
 
 /// Reads one file; false when it cannot be opened.

@@ -11,8 +11,8 @@ inline constexpr std::size_t kLineLimit = 4095;  ///< characters of a line, its 
 /// What separates words: the white space of the classic locale, whatever the locale of the process.
 inline constexpr const char* kSpace = " \t\n\v\f\r";
 
-/// A text file, line by line, through one buffer of fixed size. Only regular files open: reading a directory fails late,
-/// and a pipe may never end.
+/// A text file, line by line, through one buffer of fixed size. Only regular files open: reading a directory fails
+/// late, and a pipe may never end.
 class TextFile {
 public:
     explicit TextFile(const std::string& path);

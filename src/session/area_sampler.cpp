@@ -21,8 +21,8 @@ float SectionStart(const AreaSampler& sampler, std::uint32_t section)
     return static_cast<float>(section) / static_cast<float>(sampler.count);
 }
 
-/// The section i of the lookup table with i / count <= u. The product may round up to the next section, whose entry could
-/// already lie behind the one that is looked for.
+/// The section i of the lookup table with i / count <= u. The product may round up to the next section, whose entry
+/// could already lie behind the one that is looked for.
 std::uint32_t SectionOf(const AreaSampler& sampler, float u)
 {
     if (!(u > 0.0f)) return 0;
