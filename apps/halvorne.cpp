@@ -151,12 +151,12 @@ bool OnFrame(int finished, int total, void* user) { return static_cast<Progress*
 void OnTooManyCells(double megabytes, double, float resolution, void*)
 {
     std::string advice = "halvorne: the density cells of one part would take " +
-                         std::to_string(std::lround(megabytes)) + " MB, the limit is 1024 MB; ";
+                         std::to_string(static_cast<long>(std::ceil(megabytes))) + " MB, the limit is 1024 MB; ";
     if (resolution > 0.0f) {
         const double digit = std::pow(10.0, std::floor(std::log10(resolution)) - 1.0);
         char         number[32];
         std::snprintf(number, sizeof number, "%.8g", std::ceil(resolution / digit) * digit);
-        advice += std::string("'resolution ") + number + "' in the render section would fit";
+        advice += std::string("'resolution ") + number + "' in the block final_gather would fit";
     } else {
         advice += "its faces are too many for any 'resolution'; '--path-tracing' needs no cells";
     }

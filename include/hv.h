@@ -1,7 +1,7 @@
 /** hv.h: the public interface of libhv, an offline physically based renderer. C99 and C++.
  *
- *  One process holds one session. A host either renders a scene folder with one call, hvGo, or drives the session itself,
- *  always in this order:
+ *  One process holds one session. A host either renders a scene folder with one call, hvGo, or drives the session
+ *  itself, always in this order:
  *      hvStartup      fills the sampling tables, sets defaults, makes shader 0, "undefined"
  *      hvAdd..., hvSet...    describe cameras, shaders, objects and lights (handles are ints, counted from 0)
  *      hvInitialize   prepares everything and prints a report on standard output
@@ -9,10 +9,10 @@
  *      hvFinalize     writes the pictures once more and releases the scene
  *      hvShutdown     ends the library; hvStartup may follow
  *
- *  All calls belong to one thread, one at a time. Strings and arrays are copied during the call. There are no error codes:
- *  what goes wrong prints one line on standard output and work goes on. A handle that names nothing, a null pointer or a
- *  count that does not fit is ignored; an hvAdd... function then returns -1. Lengths are metres, angles degrees, colours
- *  linear RGB. Additions to this interface live in hvx.h.
+ *  All calls belong to one thread, one at a time. Strings and arrays are copied during the call. There are no error
+ *  codes: what goes wrong prints one line on standard output and work goes on. A handle that names nothing, a null
+ *  pointer or a count that does not fit is ignored; an hvAdd... function then returns -1. Lengths are metres, angles
+ *  degrees, colours linear RGB. Additions to this interface live in hvx.h.
  *
  *  The interface is whole; some of what it stores takes effect in later releases: the preview window, displacement,
  *  smoothing by angle and hair. The table in README.md tells what works.
@@ -149,7 +149,8 @@ enum Visibility {
 
 /* ---- Session ---- */
 
-/** Fills the sampling tables, sets the defaults and makes shader 0, "undefined" (matte, albedo 0.85). First of all calls. */
+/** Fills the sampling tables, sets the defaults and makes shader 0, "undefined" (matte, albedo 0.85). First of all
+ *  calls. */
 HV_API void hvStartup(void);
 
 /** A whole session for a scene folder: start-up, reading, preparation, all frames, pictures, shutdown.
@@ -198,8 +199,8 @@ HV_API void hvFinalizeGeometryLight(void); /**< the same function as hvFinalizeS
 HV_API void hvFinalizeGaffer(void);
 HV_API void hvFinalizeRenderer(void);
 
-/** Asks for the converging picture in a window. Set before hvRender or hvGo. Default: false. This release has no window:
- *  it says so once and renders without. */
+/** Asks for the converging picture in a window. Set before hvRender or hvGo. Default: false. This release has no
+ *  window: it says so once and renders without. */
 HV_API void hvSetPreviewWindow(bool on);
 
 /** Stored, read by nothing: pictures and preview are linear. Default: 2.2. */
@@ -216,21 +217,23 @@ HV_API void hvSetRendererBounce(int count);
 /** Longest path in vertices. Default: 8; below 2 counts as 1, above 255 as 255. */
 HV_API void hvSetRendererRayDepth(int depth);
 
-/** Depth of the last segment that a photon is followed along; the first has 0. Default: 8; below 2 counts as 1, above 254
- *  as 254. */
+/** Depth of the last segment that a photon is followed along; the first has 0. Default: 8; below 2 counts as 1, above
+ *  254 as 254. */
 HV_API void hvSetRendererPhotonDepth(int depth);
 
-/** Metres that a ray must travel, behind a diffuse bounce, for its path to end at the density cell that it meets; rays
- *  behind `Bounce` diffuse bounces end there at any distance. 0 renders by path tracing alone. Default: 1. */
+/** Metres that a ray must travel, after a diffuse bounce, for its path to end at the density cell that it meets; after
+ *  as many diffuse bounces as hvSetRendererBounce allows it ends there at any distance. 0 renders by path tracing
+ *  alone. Default: 1. */
 HV_API void hvSetRendererDistance(float metres);
 
-/** Area of a density cell to aim at, square metres; a face has at most 255 x 255 cells. A cell takes 24 bytes; more than
+/** Area of a density cell to aim at, square metres; a face has at most 255 x 255 cells. A cell takes 24 bytes, 72 while
+ *  photons are cast with a seed; more than
  *  1 GB for the triangles or for the tetragons of a part end the process with exit code 1 (see hvxSetDensityCallback).
  *  0 renders by path tracing alone. Default: 1. */
 HV_API void hvSetRendererResolution(float resolution);
 
-/** Metres around a point within which the 32 nearest caustic photons are gathered: caustics blur over less where photons
- *  lie dense. Below 1e-8: no caustics. Default: 1. */
+/** Metres around a point within which the 32 nearest caustic photons are gathered: caustics blur over less where
+ *  photons lie dense. Below 1e-8: no caustics. Default: 1. */
 HV_API void hvSetRendererRadius(float metres);
 
 /** Upper limit of a sample, per channel. Default: 3.4e38 each; raised to 0 at preparation. */
@@ -275,8 +278,8 @@ HV_API void hvSetCameraAOVUserData(int camera, int aov, const char* name); /**< 
 /** Appends a shader without layers and returns its handle. A shader left without layers becomes a copy of shader 0. */
 HV_API int hvAddShader(void);
 
-/** A shader is born as "undefined". Name every shader: faces whose shader still has that name take the shader that their
- *  part holds at preparation instead. */
+/** A shader is born as "undefined". Name every shader: faces whose shader still has that name take the shader that
+ *  their part holds at preparation instead. */
 HV_API void hvSetShaderName(int shader, const char* name);
 HV_API void hvSetShaderVisibility(int shader, enum Visibility visibility);
 HV_API void hvSetShaderSmoothAngle(int shader, float degrees); /**< below 0 keeps given normals. Default: -1 */
@@ -294,11 +297,12 @@ HV_API void hvSetSurfaceVirtualLight(int shader, int layer, bool on);
 /** Colour of a slot; with an image it multiplies the texture. */
 HV_API void hvSetSurfaceColor(int shader, int layer, enum Element element, float r, float g, float b);
 
-/** Image of a slot: a picture file, looked for as it stands and in the folders of the scene; null or empty takes it away.
- *  u = 0 is its left edge and v = 0 its lowest row (of a file with ".hdr" in its path the topmost). Bytes become 0 to 1,
- *  16-bit samples take the scale of a byte. gamma: texels are raised to it, 2.2 for ordinary pictures. A Normal slot reads
- *  2 c - 1 as a direction in the tangent frame. A file that is missing or broken prints an error line, and the slot keeps
- *  its colour. Matrices, row-major, are stored when not null; only scene files can put matrices into effect. */
+/** Image of a slot: a picture file, looked for as it stands and in the folders of the scene; null or empty takes it
+ *  away. u = 0 is its left edge and v = 0 its lowest row (of a file with ".hdr" in its path the topmost). Bytes become
+ *  0 to 1, 16-bit samples take the scale of a byte. gamma: texels are raised to it, 2.2 for ordinary pictures. A Normal
+ *  slot reads 2 c - 1 as a direction in the tangent frame. A file that is missing or broken prints an error line, and
+ *  the slot keeps its colour. Matrices, row-major, are stored when not null; only scene files can put matrices into
+ *  effect. */
 HV_API void hvSetSurfaceImage(int shader, int layer, enum Element element, const char* path, float gamma,
                               const float (*color_matrix)[4], const float (*uv_matrix)[3]);
 
@@ -315,8 +319,8 @@ HV_API void hvSetDisplacementImage(int shader, int entry, const char* path, floa
 HV_API int  hvAddObject(void);
 HV_API void hvSetObjectName(int object, const char* name);
 
-/** Rays that leave a primitive see no primitive of its kind and number in any other part either: give things that face each
- *  other one part. */
+/** Rays that leave a primitive see no primitive of its kind and number in any other part either: give things that face
+ *  each other one part. */
 HV_API int hvAddPart(int object);
 
 /** Shader of the particles and cylinders of a part, and of the triangles and tetragons added after this call. */
@@ -344,10 +348,10 @@ HV_API void hvAddParticles(int object, int part, int count, const int* indices);
 /** Appends an instance: identity matrix, no target, no shader override. */
 HV_API int hvAddInstance(int object);
 
-/** Places an object. Use rotations and translations: a matrix that scales leaves distances in the placed object's own units,
- *  and what is shaded there off its place.
- *  target_object: the object placed. matrix: 4 x 4, row-major, applied to column vectors; null keeps the present one.
- *  shader: overrides the shaders of all that is placed; a value that names no shader, such as -1, overrides nothing. */
+/** Places an object. Use rotations and translations: a matrix that scales leaves distances in the placed object's own
+ *  units, and what is shaded there off its place. target_object: the object placed. matrix: 4 x 4, row-major, applied
+ *  to column vectors; null keeps the present one. shader: overrides the shaders of all that is placed; a value that
+ *  names no shader, such as -1, overrides nothing. */
 HV_API void hvSetInstance(int object, int instance, int target_object, const float (*matrix)[4], int shader);
 
 /* ---- Point lights. The light that a surface reflects is its colour times that of the light, times the cosine, over the
@@ -357,25 +361,26 @@ HV_API int  hvAddPointLight(void);                                          /**<
 HV_API void hvSetPointLightPosition(int light, float x, float y, float z);  /**< metres. Default: 0 0 0 */
 HV_API void hvSetPointLightDirection(int light, float x, float y, float z); /**< axis of the cone. Default: 0 1 0 */
 HV_API void hvSetPointLightColor(int light, float r, float g, float b);     /**< default 1 1 1 */
-HV_API void hvSetPointLightPhoton(
-    int light, int count); /**< photons to cast, once per render: caustics and light in density cells. Default: 0 */
+HV_API void hvSetPointLightPhoton(int light, int count); /**< photons to cast, once a render. Default: 0 */
 
-/** Shadow rays of a first vertex over the whole render, where the light has a blur. At least one a frame. Default: 1. */
+/** Shadow rays of a first vertex over the whole render, where the light has a blur. At least one a frame. Default: 1.
+ *  */
 HV_API void hvSetPointLightSample(int light, int count);
 HV_API void hvSetPointLightBlur(int light, float radius); /**< of the sphere that shines, metres. Default: 0, a point */
 
 /** Narrows the cosine c to (c - offset) / (1 - offset), so that surfaces seen edge-on from the light stay dark; but at
- *  first vertices not where a light has a blur or enters by diffusion. Below 1. Default: 0.1; 0 gives the plain cosine. */
+ *  first vertices not where a light has a blur or enters by diffusion. Below 1. Default: 0.1; 0 gives the plain cosine.
+ *  */
 HV_API void hvSetPointLightOffset(int light, float offset);
 
-/** Angles from the axis, degrees: full light up to the inner one, none from the outer one on, linear between. Defaults: 0
- *  and 180, so that a light fades all the way from its axis to the opposite direction. For light all around set both to
- *  angles above 180, such as 180.5 and 181. */
+/** Angles from the axis, degrees: full light up to the inner one, none from the outer one on, linear between. Defaults:
+ *  0 and 180, so that a light fades all the way from its axis to the opposite direction. For light all around set both
+ *  to angles above 180, such as 180.5 and 181. */
 HV_API void hvSetPointLightInnerAngle(int light, float degrees);
 HV_API void hvSetPointLightOuterAngle(int light, float degrees);
 
-/** AOVs of a light collect what direct lighting by it brings; channels Lambertian, Transmissive and Glossy, of which each
- *  call adds one to the set. hvxAddLightShare splits whole pictures by light. */
+/** AOVs of a light collect what direct lighting by it brings; channels Lambertian, Transmissive and Glossy, of which
+ *  each call adds one to the set. hvxAddLightShare splits whole pictures by light. */
 HV_API int  hvAddPointLightAOV(int light);
 HV_API void hvSetPointLightAOVName(int light, int aov, const char* path);
 HV_API void hvSetPointLightAOVChannel(int light, int aov, enum Channel channel);
@@ -400,16 +405,17 @@ HV_API void hvSetParallelLightShaderLink(int light, int shader);
 
 /* ---- Sky light: one, global ---- */
 
-/** Picture of the sky: longitude by latitude, the zenith at the first row in memory, which is the top of a file with ".hdr"
- *  in its path and the bottom of any other. u = 1 - (pi + atan2(y, x)) / 2 pi, with y towards north, z to the zenith and
- *  x = zenith x north. It is multiplied by the colour and sampled by brightness. Without one, or with one that cannot be
- *  read (an error line), the sky has its colour all around. */
+/** Picture of the sky: longitude by latitude, the zenith at the first row in memory, which is the top of a file with
+ *  ".hdr" in its path and the bottom of any other. u = 1 - (pi + atan2(y, x)) / 2 pi, with y towards north, z to the
+ *  zenith and x = zenith x north. It is multiplied by the colour and sampled by brightness. Without one, or with one
+ *  that cannot be read (an error line), the sky has its colour all around. */
 HV_API void hvSetSkyLightImage(const char* path);
 HV_API void hvSetSkyLightBackdrop(const char* path); /**< picture behind the scene, seen by camera rays alone */
-HV_API void hvSetSkyLightPhoton(int count);          /**< for density cells alone. Default: 1000000 */
+HV_API void hvSetSkyLightPhoton(
+    int count); /**< for density cells and light paths, not for caustics. Default: 1000000 */
 
-/** Shadow rays of a first vertex over the whole render, drawn from the picture. 0 leaves it to scattered rays, as does a
- *  sky without a picture. Default: 64. */
+/** Shadow rays of a first vertex over the whole render, drawn from the picture. 0 leaves it to scattered rays, as does
+ *  a sky without a picture. Default: 64. */
 HV_API void hvSetSkyLightSample(int count);
 HV_API void hvSetSkyLightColor(float r, float g, float b);  /**< default 0.75 each; black turns the sky off */
 HV_API void hvSetSkyLightNorth(float x, float y, float z);  /**< default 0 1 0; made perpendicular to the zenith */
@@ -424,8 +430,8 @@ HV_API void hvSetSkyLightAOVChannel(int aov, enum Channel channel); /**< rays th
 /* ---- Geometry light: all emissive surfaces together. Of those whose layers are virtual lights it keeps 18481 points, from
  *      which direct lighting draws. ---- */
 
-/** Photons to cast. Above 0 they, and not rays, carry the light of sampled emitters that goes from a diffuse surface over a
- *  mirror to the emitter: as caustics, where the emitter is a virtual light. Default: 1000000. */
+/** Photons to cast. Above 0 they, and not rays, carry the light of sampled emitters that goes from a diffuse surface
+ *  over a mirror to the emitter: as caustics, where the emitter is a virtual light. Default: 1000000. */
 HV_API void hvSetGeometryLightPhoton(int count);
 
 /** Shadow rays of a first vertex over the whole render. 0, the default, leaves all emission to scattered rays. */
@@ -434,8 +440,9 @@ HV_API void hvSetGeometryLightSample(int count);
 /** Appends to the shaders that emitters act on. A list hides them from the camera. */
 HV_API void hvSetGeometryLightShaderLink(int shader);
 
-/** An AOV of the geometry light collects what its points bring, of one shader where it has a name. Rays that meet an emitter
- *  feed only AOVs whose channel is one element and nothing else, which this call cannot set: see hvxAddLightShare. */
+/** An AOV of the geometry light collects what its points bring, of one shader where it has a name. Rays that meet an
+ *  emitter feed only AOVs whose channel is one element and nothing else, which this call cannot set: see
+ *  hvxAddLightShare. */
 HV_API int  hvAddGeometryLightAOV(void);
 HV_API void hvSetGeometryLightAOVName(int aov, const char* path);
 HV_API void hvSetGeometryLightAOVShaderName(int aov, const char* name);

@@ -1,8 +1,8 @@
 /** hvx.h: additions to hv.h, in the same library. Unless a function of this header is called, nothing changes.
  *
- *  Where hv.h has no results and no way to look inside, these functions let a host read a scene folder without rendering
- *  it, fix the random numbers, follow and stop a render, and fetch the pixels. The same rules hold: one thread, bad
- *  arguments are ignored, nothing is read out of bounds.
+ *  Where hv.h has no results and no way to look inside, these functions let a host read a scene folder without
+ *  rendering it, fix the random numbers, follow and stop a render, and fetch the pixels. The same rules hold: one
+ *  thread, bad arguments are ignored, nothing is read out of bounds.
  */
 #ifndef HVX_H
 #define HVX_H
@@ -55,8 +55,8 @@ typedef struct hvxImage {
                                      prepared again or destroyed */
 } hvxImage;
 
-/** Fills `image` with the present state of an AOV. Returns false, and leaves `image`, for a bad handle or an AOV that is
- *  not prepared. */
+/** Fills `image` with the present state of an AOV. Returns false, and leaves `image`, for a bad handle or an AOV that
+ *  is not prepared. */
 HV_API bool hvxGetCameraAOV(int camera, int aov, hvxImage* image);
 
 #ifdef __cplusplus
@@ -72,18 +72,18 @@ HV_API int hvxGetParallelLightCount(void);
 
 /** Appends an AOV to a light that collects what the light brings to the picture over one element, by direct lighting as
  *  by rays that meet the light: the element of the last surface before the light. A light that the camera itself sees
- *  counts as specular. So the four elements together are the light's share of the picture: exactly, but where light enters
- *  by diffusion, where emission or a transmissive element is dimmed by Fresnel's factor (Ior other than 1), in media, and
- *  where the picture is clamped.
+ *  counts as specular. So the four elements together are the light's share of the picture: exactly, but where light
+ *  enters by diffusion, where emission or a transmissive element is dimmed by Fresnel's factor (Ior other than 1), in
+ *  media, and where the picture is clamped.
  *  light    handle of a point or parallel light; ignored for the two single lights.
  *  element  Channel Lambertian, Transmissive, Glossy or Specular; any other is refused.
  *  name     path of the picture, written at the end of the render; null or empty: none is written.
- *  Call it before hvInitialize. Returns the AOV's handle in the light's list, -1 if it is refused. The AOV goes when the
- *  render ends, or with hvFinalize; AOVs behind it in the lists of sky and geometry light then move up. */
+ *  Call it before hvInitialize. Returns the AOV's handle in the light's list, -1 if it is refused. The AOV goes when
+ *  the render ends, or with hvFinalize; AOVs behind it in the lists of sky and geometry light then move up. */
 HV_API int hvxAddLightShare(enum hvxLight kind, int light, enum Channel element, const char* name);
 
-/** Fills `image` with the present state of a light's AOV, as hvxGetCameraAOV does. hvRender writes and releases the AOVs
- *  of the lights when it ends: read them in a frame callback, or render by hvRenderPixels. */
+/** Fills `image` with the present state of a light's AOV, as hvxGetCameraAOV does. hvRender writes and releases the
+ *  AOVs of the lights when it ends: read them in a frame callback, or render by hvRenderPixels. */
 HV_API bool hvxGetLightAOV(enum hvxLight kind, int light, int aov, hvxImage* image);
 
 /** Called by hvRender and hvGo after each frame with the number of finished frames and of all frames. Returning false
@@ -95,8 +95,9 @@ HV_API void hvxSetFrameCallback(hvxFrameCallback callback, void* user); /**< nul
 typedef void (*hvxWriteCallback)(const char* path, bool written, void* user);
 HV_API void hvxSetWriteCallback(hvxWriteCallback callback, void* user); /**< null: none, the default */
 
-/** What density cells would take, told by hvInitialize and hvInitializeAccelerator right before they end the process: the
- *  cells of one kind of faces of one part would pass the limit of 1 GB. Nothing has been cast or rendered then.
+/** What density cells would take, told by hvInitialize, hvGo and hvInitializeAccelerator right before they end the
+ *  process: the cells of one kind of faces of one part would pass the limit of 1 GB. Nothing has been cast or rendered
+ *  then.
  *  megabytes   of the largest such set; total_megabytes: of all cells.
  *  resolution  near the smallest value of hvSetRendererResolution (square metres a cell) at which each set fits; 0 if
  *              there is none: the faces are too many.
@@ -105,15 +106,15 @@ typedef void (*hvxDensityCallback)(double megabytes, double total_megabytes, flo
 HV_API void hvxSetDensityCallback(hvxDensityCallback callback, void* user); /**< null: none, the default */
 
 /** Decodes each picture file in a forked child process, so that a file that crashes, stalls or swamps its decoder costs
- *  that picture and one error line of the report, never the host. Files of uncommon formats, whose decoders nothing else
- *  guards, are read in this mode only.
+ *  that picture and one error line of the report, never the host. Files of uncommon formats, whose decoders nothing
+ *  else guards, are read in this mode only.
  *  on         true: a child for each picture; false (the default): in the host's process, after a check of the file.
  *  seconds    limit of a child in processor time and by the clock.                          0 or less: 20
  *  megabytes  memory that a child may take beyond what the host's process has in use.
  *             0 or less: half of the machine's, at least 2048
  *  Holds until changed. The child is a copy of the host's process that runs the decoder alone; it is gone, and reaped,
- *  when the picture is loaded or refused. A host whose other threads use the same codecs should leave it off: a lock that
- *  such a thread holds at that moment stays locked in the child, which then ends by its limit of time. */
+ *  when the picture is loaded or refused. A host whose other threads use the same codecs should leave it off: a lock
+ *  that such a thread holds at that moment stays locked in the child, which then ends by its limit of time. */
 HV_API void hvxSetPictureChild(bool on, int seconds, int megabytes);
 
 #ifdef __cplusplus

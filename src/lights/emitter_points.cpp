@@ -25,8 +25,8 @@ struct EmitterList {
 /// Filled by BuildEmitterPoints, emptied by ReleaseEmitterPoints; frozen while rays fly.
 EmitterList Emitters;
 
-/// Whether the shader on a face is a virtual light there. An instance may have put one on it that is none: rays bring the
-/// emission of such a surface in full.
+/// Whether the shader on a face is a virtual light there. An instance may have put one on it that is none: rays bring
+/// the emission of such a surface in full.
 bool IsVirtualLight(const Shader& shader, bool front)
 {
     return front ? shader.face_virtual_light : shader.back_virtual_light;

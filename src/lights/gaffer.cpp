@@ -31,11 +31,13 @@ void PreparePointLight(PointLight& light)
     const float  away    = Length(towards);
     light.outside        = SceneRadius > away || HasGlobalMedium();
     if (!light.outside) {
-        light.cone = std::cos(std::asin(SceneRadius / away));
+        const float sine = SceneRadius / away;
+        light.opening    = sine * sine / (1.0f + std::sqrt(1.0f - sine * sine));
+        light.cone       = 1.0f - light.opening;
         SetBasis(light, Normalized(towards));
     }
     // Photons of a light outside the scene's sphere go into the cone that holds it, others all around.
-    const float solid_angle = light.outside ? 4.0f * kPi : kTwoPi * (1.0f - light.cone);
+    const float solid_angle = light.outside ? 4.0f * kPi : kTwoPi * light.opening;
     if (light.photon > 0) light.photon_power = light.color * solid_angle;
     PrepareLightAOVs(light.aovs);
     light.inner_radians = light.inner_angle * kRadians;
@@ -47,7 +49,9 @@ void PrepareParallelLight(ParallelLight& light)
     ResolveLinks(light.link_names, light.link_shaders);
     SetBasis(light, Normalized(light.axis));
     if (light.photon > 0) light.photon_power = light.color * (SceneRadius * SceneRadius * kPi);
-    light.cone = std::cos(light.blur * kRadians);
+    const float sine = std::sin(0.5f * light.blur * kRadians);
+    light.opening    = 2.0f * sine * sine;
+    light.cone       = 1.0f - light.opening;
     PrepareLightAOVs(light.aovs);
 }
 

@@ -19,8 +19,8 @@ struct Light {
     virtual ~Light()     = default;
     virtual void Reset() = 0;  ///< applies the defaults of the derived type
 
-    /// Makes photon number `index` of the light. `thread` and the hit fields are left as they are.
-    virtual void GeneratePhoton(RayRecord& photon, std::uint32_t index) const = 0;
+    /// Makes photon number `index` of the light. `thread` is left as it is.
+    virtual void GeneratePhoton(RayRecord& photon, std::uint64_t index) const = 0;
 
     Vector                     e1, e2, axis;  ///< basis; the axis of a parallel light is its direction
     Color                      color        = kWhite;
@@ -33,6 +33,7 @@ struct Light {
     std::vector<std::uint32_t> link_shaders;           ///< empty: the light acts on everything
     std::vector<CameraAOV>     aovs;
     float                      cone    = 1.0f;  ///< cosine of the cone that preparation derives
+    float                      opening = 0.0f;  ///< 1 - cone, without the rounding that narrow cones would suffer
     float                      offset  = 0.1f;
     bool                       outside = false;  ///< set in preparation
 };
@@ -40,7 +41,7 @@ struct Light {
 struct PointLight : Light {
     PointLight() { Reset(); }
     void Reset() override;
-    void GeneratePhoton(RayRecord& photon, std::uint32_t index) const override;
+    void GeneratePhoton(RayRecord& photon, std::uint64_t index) const override;
 
     Vector position;                                   ///< metres
     Vector direction{0.0f, 1.0f, 0.0f};                ///< spot axis
@@ -51,7 +52,7 @@ struct PointLight : Light {
 struct ParallelLight : Light {
     ParallelLight() { Reset(); }
     void Reset() override;
-    void GeneratePhoton(RayRecord& photon, std::uint32_t index) const override;
+    void GeneratePhoton(RayRecord& photon, std::uint64_t index) const override;
 };
 
 /// Filled by hvAddPointLight, hvAddParallelLight and scene files; emptied by hvFinalizeGaffer, hvFinalize and the end

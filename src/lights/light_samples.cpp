@@ -19,12 +19,17 @@ Vector PointOnSource(const PointLight& light, float a, float b)
     return light.position + light.blur * Vector{ring * std::cos(turn), ring * std::sin(turn), 1.0f - 2.0f * b};
 }
 
+Vector ConeDirection(const Light& light, float u, float turn)
+{
+    const float height = u * light.opening;  // below the pole
+    const float s      = std::sqrt(std::max(0.0f, height * (2.0f - height)));
+    return s * std::cos(turn) * light.e1 + s * std::sin(turn) * light.e2 + (1.0f - height) * light.axis;
+}
+
 Vector SampleConeDirection(const ParallelLight& light, float u1, float u2)
 {
     if (!(light.blur > 0.0f)) return light.axis;
-    const float z = 1.0f - u2 * (1.0f - light.cone);
-    const float s = SafeRoot(1.0f - z * z), turn = kTwoPi * u1;
-    return s * std::cos(turn) * light.e1 + s * std::sin(turn) * light.e2 + z * light.axis;
+    return ConeDirection(light, u2, kTwoPi * u1);
 }
 
 }  // namespace hv

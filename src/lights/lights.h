@@ -99,6 +99,9 @@ float SpotFactor(const PointLight& light, Vector v);
 /// 0 to 1.
 Vector PointOnSource(const PointLight& light, float a, float b);
 
+/// Unit direction in the cone of a light: u (0 to 1) opens, uniformly in solid angle, `turn` is in radians.
+Vector ConeDirection(const Light& light, float u, float turn);
+
 /// Unit direction uniform in the cone of a parallel light, along which it shines. u1 turns about the axis, u2 opens: 0
 /// to 1.
 Vector SampleConeDirection(const ParallelLight& light, float u1, float u2);
@@ -106,10 +109,10 @@ Vector SampleConeDirection(const ParallelLight& light, float u1, float u2);
 // ---- Photons (photon_sources.cpp). Each carries flux / pi, in watts; `thread` must be set. ----
 
 /// Makes photon `index` of the sky: from a disc outside the scene's sphere, against the direction that it comes from.
-void GenerateSkyPhoton(RayRecord& photon, std::uint32_t index);
+void GenerateSkyPhoton(RayRecord& photon, std::uint64_t index);
 
 /// Starts photon `index` of `count` from the emitters: all but its direction. `point` is the surface that it leaves, on
 /// the side that emits. False, with power black, where nothing emits.
-bool StartEmitterPhoton(RayRecord& photon, std::uint32_t index, std::uint32_t count, SurfacePoint& point);
+bool StartEmitterPhoton(RayRecord& photon, std::uint64_t index, std::uint64_t count, SurfacePoint& point);
 
 }  // namespace hv

@@ -12,11 +12,14 @@ namespace hv {
 
 namespace {
 
+/// Number of a photon in its sequence, which repeats itself after 2^32.
+std::uint32_t SequenceNumber(std::uint64_t index) { return static_cast<std::uint32_t>(index); }
+
 /// What all photons start with.
-void StartPhoton(RayRecord& photon, std::uint32_t index, const LinkList& links, float refraction)
+void StartPhoton(RayRecord& photon, std::uint64_t index, const LinkList& links, float refraction)
 {
     photon.jitter[0] = photon.jitter[1] = 0.0f;
-    photon.sample_index                 = index;
+    photon.sample_index                 = SequenceNumber(index);
     photon.throughput                   = kWhite;
     photon.photon_links                 = &links;
     photon.refraction                   = refraction;
@@ -60,49 +63,48 @@ Vector PointLightDirection(const PointLight& light, float u, float turn)
         const float ring = 2.0f * SafeRoot(u * (1.0f - u));
         return {ring * std::cos(turn), ring * std::sin(turn), 1.0f - 2.0f * u};
     }
-    const float z = 1.0f - u * (1.0f - light.cone);
-    const float s = SafeRoot(1.0f - z * z);
-    return s * std::cos(turn) * light.e1 + s * std::sin(turn) * light.e2 + z * light.axis;
+    return ConeDirection(light, u, turn);
 }
 
 }  // namespace
 
-void PointLight::GeneratePhoton(RayRecord& record, std::uint32_t index) const
+void PointLight::GeneratePhoton(RayRecord& record, std::uint64_t index) const
 {
-    // Hammersley's pairing: radical inverses beside even steps.
-    const float count = static_cast<float>(photon);
-    const float turn =
-        static_cast<float>(static_cast<double>(index) / static_cast<double>(photon) * 2.0 * 3.14159265358979);
     StartPhoton(record, index, link_shaders, ior);
-    record.direction       = PointLightDirection(*this, RadicalInverse(0, index), turn);
-    record.origin          = PointOnSource(*this, RadicalInverse(1, index), RadicalInverse(2, index));
-    record.power           = photon_power * (SpotFactor(*this, record.direction) / count);
+    const std::uint32_t k = SequenceNumber(index);
+    // Hammersley's pairing: radical inverses beside even steps.
+    const auto turn        = static_cast<float>(static_cast<double>(index) / static_cast<double>(photon)) * kTwoPi;
+    record.direction       = PointLightDirection(*this, RadicalInverse(0, k), turn);
+    record.origin          = PointOnSource(*this, RadicalInverse(1, k), RadicalInverse(2, k));
+    record.power           = photon_power * (SpotFactor(*this, record.direction) / static_cast<float>(photon));
     record.dimension       = blur > 0.0f ? 3 : 1;
     record.stores_caustics = 1;
 }
 
-void ParallelLight::GeneratePhoton(RayRecord& record, std::uint32_t index) const
+void ParallelLight::GeneratePhoton(RayRecord& record, std::uint64_t index) const
 {
     StartPhoton(record, index, link_shaders, ior);
-    record.direction       = SampleConeDirection(*this, RadicalInverse(2, index), RadicalInverse(3, index));
-    record.origin          = PointOnSceneDisc(e1, e2, -axis, RadicalInverse(0, index), RadicalInverse(1, index));
+    const std::uint32_t k  = SequenceNumber(index);
+    record.direction       = SampleConeDirection(*this, RadicalInverse(2, k), RadicalInverse(3, k));
+    record.origin          = PointOnSceneDisc(e1, e2, -axis, RadicalInverse(0, k), RadicalInverse(1, k));
     record.power           = photon_power / static_cast<float>(photon);
     record.dimension       = blur > 0.0f ? 4 : 2;
     record.stores_caustics = 1;
 }
 
-void GenerateSkyPhoton(RayRecord& photon, std::uint32_t index)
+void GenerateSkyPhoton(RayRecord& photon, std::uint64_t index)
 {
     StartPhoton(photon, index, SkyLight.link_shaders, SkyLight.ior);
-    Vector towards;
+    const std::uint32_t k = SequenceNumber(index);
+    Vector              towards;
     if (HasSkyTables()) {
-        const SkySample sample = SampleSky(RadicalInverse(1, index), RadicalInverse(0, index));
+        const SkySample sample = SampleSky(RadicalInverse(1, k), RadicalInverse(0, k));
         towards                = sample.direction;
         // The probability of a cell, of which the sphere has as many as if all were like it: 65536 p = density 4 pi.
         const float cells = sample.density * 4.0f * kPi;
         photon.power      = cells >= 65536e-8f ? sample.radiance * SkyLight.sky_scale / cells : kBlack;
     } else {
-        const float u = RadicalInverse(0, index), v = RadicalInverse(1, index);
+        const float u = RadicalInverse(0, k), v = RadicalInverse(1, k);
         const float ring = 2.0f * SafeRoot(v * (1.0f - v));
         towards          = {ring * std::cos(kTwoPi * u), ring * std::sin(kTwoPi * u), 1.0f - 2.0f * v};
         photon.power     = SkyColor(towards) * SkyLight.sky_scale;
@@ -110,22 +112,23 @@ void GenerateSkyPhoton(RayRecord& photon, std::uint32_t index)
     const Vector e2        = PerpendicularTo(towards);
     const Vector e1        = Cross(e2, towards);
     photon.power           = photon.power / static_cast<float>(SkyLight.photon);
-    photon.origin          = PointOnSceneDisc(e1, e2, towards, RadicalInverse(2, index), RadicalInverse(3, index));
+    photon.origin          = PointOnSceneDisc(e1, e2, towards, RadicalInverse(2, k), RadicalInverse(3, k));
     photon.direction       = -towards;
     photon.dimension       = 4;
     photon.stores_caustics = 0;
 }
 
-bool StartEmitterPhoton(RayRecord& photon, std::uint32_t index, std::uint32_t count, SurfacePoint& point)
+bool StartEmitterPhoton(RayRecord& photon, std::uint64_t index, std::uint64_t count, SurfacePoint& point)
 {
     StartPhoton(photon, index, GeometryLight.link_shaders, 1.0f);
-    photon.power     = kBlack;
-    photon.dimension = 4;
-    const auto pick  = static_cast<float>((static_cast<double>(index % count) + 0.5) / static_cast<double>(count));
+    const std::uint32_t k = SequenceNumber(index);
+    photon.power          = kBlack;
+    photon.dimension      = 4;
+    const auto pick       = static_cast<float>((static_cast<double>(index % count) + 0.5) / static_cast<double>(count));
     PlacedFace face;
     FacePlace  place;
     if (!DrawFace(&Object::emitters, pick, face)) return false;
-    if (!PlaceOn(face, RadicalInverse(0, index), RadicalInverse(1, index), place)) return false;
+    if (!PlaceOn(face, RadicalInverse(0, k), RadicalInverse(1, k), place)) return false;
 
     // The surface as a ray would find it that meets it straight on.
     const EmissiveEntry& entry = *face.entry;

@@ -5,6 +5,7 @@
 #include "session/settings.h"
 #include "shading/surface_point.h"
 
+#include <atomic>
 #include <cstddef>
 #include <string>
 
@@ -119,9 +120,10 @@ void AddToAOV(CameraAOV& aov, std::uint32_t pixel, Color value)
     std::vector<float>& pixels   = aov.image.pixels32;
     if (channels < 3 || first + 3 > pixels.size()) return;
     // Plain adds: a pixel belongs to one thread within a frame, and a lost photon splat costs one splat.
-    pixels[first] += value.r;
-    pixels[first + 1] += value.g;
-    pixels[first + 2] += value.b;
+    for (std::size_t c = 0; c < 3; ++c) {
+        std::atomic_ref<float> sum(pixels[first + c]);
+        sum.store(sum.load(std::memory_order_relaxed) + value[static_cast<int>(c)], std::memory_order_relaxed);
+    }
 }
 
 void AddPrimaryHit(const RayRecord& ray, const SurfacePoint& point, const PrimaryHit& hit)

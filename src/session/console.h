@@ -3,8 +3,9 @@
 #include <cstdint>
 #include <string_view>
 
-/// The report on standard output. Labels are padded by their callers; numbers are formatted independently of any locale.
-/// Every function writes one line and flushes, unless told otherwise. Called outside parallel regions.
+/// The report on standard output. Labels are padded by their callers; numbers are formatted independently of any
+/// locale. Every function writes one line and flushes, unless told otherwise. Called outside parallel regions, but for
+/// the progress of a photon cast, under a lock.
 namespace hv {
 
 /// 80 underscores and two line ends.

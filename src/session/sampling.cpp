@@ -24,7 +24,7 @@ constexpr std::uint32_t kPrimes[kPrimeCount] = {
     83,  89,  97,  101, 103, 107, 109, 113, 127, 131, 137, 139, 149, 151, 157, 163, 167, 173, 179, 181, 191, 193,
     197, 199, 211, 223, 227, 229, 233, 239, 241, 251, 257, 263, 269, 271, 277, 281, 283, 293, 307, 311};
 
-/// Items of BeginRandomStream that no pixel and no emitter has.
+/// Items of BeginRandomStream that no pixel, photon or list of emitters has.
 constexpr std::uint64_t kIdleItem   = ~std::uint64_t{0};
 constexpr std::uint64_t kJitterItem = ~std::uint64_t{1};
 

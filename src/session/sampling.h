@@ -19,7 +19,8 @@ void FillSamplingTables();
 /// Empties RadicalInverseTables, keeping their storage.
 void ClearSamplingTables();
 
-/// Radical inverse of `index` in the base prime[dimension]; dimensions of 64 and more fold back by modulo 64. In [0, 1].
+/// Radical inverse of `index` in the base prime[dimension]; dimensions of 64 and more fold back by modulo 64. In [0,
+/// 1].
 float RadicalInverse(std::uint32_t dimension, std::uint32_t index);
 
 /// Adds an offset and wraps: a sum of exactly 1 stays 1.
@@ -39,8 +40,9 @@ void ClearSeed();
 /// Whether the random numbers of this start-up are fixed.
 bool HasFixedSeed();
 
-/// Starts the calling thread's numbers for one item (a pixel, an emitter) of one frame. With a seed the numbers that
-/// follow depend on (seed, item, frame) alone, whatever thread runs the item; without one the call does nothing.
+/// Starts the calling thread's numbers for one item (a pixel, a photon, a list of emitters) of one frame. With a seed
+/// the numbers that follow depend on (seed, item, frame) alone, whatever thread runs the item; without one the call
+/// does nothing.
 void BeginRandomStream(std::uint64_t item, std::uint32_t frame);
 
 }  // namespace hv

@@ -100,14 +100,23 @@ void ConnectToCamera(const RayRecord& photon, const SurfacePoint& point, Color v
     if (IsPresent(passing)) AddToLightPaths(camera, seen.pixel, photon.throughput * value * passing * weight);
 }
 
-void StartOrderFreeConnections(float largest)
+void ClearConnections()
+{
+    ConnectionSums.Stop();
+    if (!CollectsLightPaths()) return;
+    for (CameraAOV& aov : ActiveCamera()->aovs)
+        if (IsLightPath(aov)) std::ranges::fill(aov.image.pixels32, 0.0f);
+}
+
+void StartOrderFreeConnections(double power)
 {
     const Camera* camera = ActiveCamera();
     if (!CollectsLightPaths() || camera->width < 1 || camera->height < 1) return;
-    // A pixel takes the light of f^2 / r^2 square metres at the distance r.
-    const float f = camera->poses[0].image_distance, r = std::max(SceneRadius, 1e-5f);
-    const auto  pixels = static_cast<std::size_t>(camera->width) * static_cast<std::size_t>(camera->height);
-    ConnectionSums.Start(pixels, largest * f * f / (r * r));
+    // A pixel sees (r / f)^2 square metres at the distance r.
+    const double f      = camera->poses[0].image_distance;
+    const double r      = std::max({SceneRadius, Length(camera->poses[0].position - SceneCenter), 1e-5f});
+    const auto   pixels = static_cast<std::size_t>(camera->width) * static_cast<std::size_t>(camera->height);
+    ConnectionSums.Start(pixels, power * f * f / (r * r));
 }
 
 void FinishOrderFreeConnections()

@@ -13,9 +13,12 @@ bool CollectsLightPaths();
 /// pixel that sees the point. Nothing where the point is out of sight.
 void ConnectToCamera(const RayRecord& photon, const SurfacePoint& point, Color value);
 
+/// Blackens those AOVs, as photons may be cast a second time, and drops the sums of a cast that broke off.
+void ClearConnections();
+
 /// With a seed connections go through sums that do not depend on their order, from the first call to the second.
-/// `largest`: largest power of a photon.
-void StartOrderFreeConnections(float largest);
+/// `power`: of a weak photon.
+void StartOrderFreeConnections(double power);
 void FinishOrderFreeConnections();
 
 }  // namespace hv

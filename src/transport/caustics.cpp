@@ -137,8 +137,9 @@ const KdNode* Descend(Place place, Vector position, float radius2, Place* stack,
     }
 }
 
-/// Radius in which the 32 nearest photons surely lie: they are those of the last lookup or nearer, so they lie in its
-/// sphere grown by the way from there. A little more makes up for rounding.
+/// Radius in which the 32 nearest photons lie: they are those of the last lookup or nearer, so they lie in its sphere
+/// grown by the way from there. A little more makes up for rounding. Meant: where the surface turns between two
+/// lookups, photons of the last one may come from behind now, and fewer than 32 are found.
 float BoundedRadius2(const LastLookup& last, Vector position)
 {
     const Vector way   = position - last.position;

@@ -91,9 +91,9 @@ DensityBytes BytesAt(float resolution)
 /// A resolution near the smallest at which every set fits; 0 when the faces alone are too many.
 float FittingResolution()
 {
+    if (BytesAt(kFarAway).largest > kLimit) return 0.0f;  // one cell a face
     float low = Settings.Resolution, high = low;
     while (BytesAt(high).largest > kLimit) {
-        if (high > 1e30f) return 0.0f;
         low = high;
         high *= 2.0f;
     }
@@ -128,8 +128,8 @@ void PrepareCells(const Part& part, const std::vector<Face>& faces, DensityCells
         cells.grids.push_back({total, size});
         total += size * size;
     });
-    cells.front.assign(total, kBlack);
     cells.back.assign(total, kBlack);
+    cells.front.assign(total, kBlack);  // last: where memory runs out in between there are no cells
 }
 
 std::size_t BytesOf(const DensityCells& cells)
@@ -261,20 +261,21 @@ void DepositDensity(const RayRecord& photon, Color value)
 
 void ClearDensity()
 {
+    DepositSums.Stop();
     ForEachSet([](const Part&, const auto&, DensityCells& cells) {
         std::ranges::fill(cells.front, kBlack);
         std::ranges::fill(cells.back, kBlack);
     });
 }
 
-void StartOrderFreeDeposits(float largest)
+void StartOrderFreeDeposits(double power)
 {
     std::size_t count = 0;
     ForEachSet([&](const Part&, const auto&, DensityCells& cells) {
         cells.first = count;
         count += cells.front.size();
     });
-    if (count > 0) DepositSums.Start(2 * count, largest);
+    if (count > 0) DepositSums.Start(2 * count, power);
 }
 
 void FinishOrderFreeDeposits()

@@ -28,7 +28,7 @@ bool IsOnlyWay(const RayRecord& ray, const SurfacePoint& point)
     if (ray.element_before == ElementCode::GlossyReflection) return true;
     const bool after_diffuse =
         ray.element_before == ElementCode::Lambertian || ray.element_before == ElementCode::Transmissive;
-    return after_diffuse && GeometryLight.photon == 0;
+    return after_diffuse && GeometryLight.photon < 1;
 }
 
 /// Whether direct lighting at the vertex that the ray left had the ray's direction to choose from.

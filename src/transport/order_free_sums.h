@@ -10,14 +10,15 @@
 namespace hv {
 
 /// Sums of colours that threads add to in any order with the same result: each term is rounded to a multiple of one
-/// quantum, and doubles hold the sums of such multiples exactly. Beyond 2^53 quanta the last bits depend on the order.
+/// quantum, and doubles hold the sums of such multiples exactly. Beyond 2^53 quanta the last bits of a double depend on
+/// the order, which a float hardly ever shows; terms below half a quantum are lost.
 class OrderFreeSums {
 public:
-    /// Makes `count` sums of 0. `largest`: a common term, which counts 2^28 quanta; terms far above it are fine.
-    void Start(std::size_t count, float largest)
+    /// Makes `count` sums of 0. `term`: a small term among those that matter, of 2^34 quanta; not above 0 counts as 1.
+    void Start(std::size_t count, double term)
     {
         sums_.assign(3 * count, 0.0);
-        quantum_ = std::ldexp(largest > 0.0f ? static_cast<double>(largest) : 1.0, -28);
+        quantum_ = std::ldexp(term > 0.0 ? term : 1.0, -34);
     }
 
     void Stop() { std::vector<double>().swap(sums_); }

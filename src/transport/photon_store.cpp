@@ -95,6 +95,11 @@ void StorePhoton(int thread, const Photon& photon)
     }
 }
 
+void ClearPhotonStore()
+{
+    for (int thread = 0; thread < kMaxThreads; ++thread) Racks[thread] = {};
+}
+
 void CollectPhotons()
 {
     std::size_t count   = Photons.size();
@@ -112,7 +117,7 @@ void CollectPhotons()
         PrintError("photons - not enough memory for " + std::to_string(count) + " photons, caustics are left out");
         PrintRule();
     }
-    for (int thread = 0; thread < kMaxThreads; ++thread) Racks[thread] = {};
+    ClearPhotonStore();
 }
 
 }  // namespace hv

@@ -16,7 +16,10 @@ void BeginPhotonBatch(int thread, std::uint64_t batch);
 /// Keeps a photon. No lock: every thread has shelves of its own.
 void StorePhoton(int thread, const Photon& photon);
 
-/// Moves what was collected behind Photons, batch by batch, so that their order does not depend on the threads. Shelves
+/// Drops what a cast that broke off has left.
+void ClearPhotonStore();
+
+/// Appends what was collected to Photons, batch by batch, so that their order does not depend on the threads. Shelves
 /// are freed as they are emptied: at no time are there two copies. Where memory was or is missing, an error is told and
 /// there are no photons.
 void CollectPhotons();

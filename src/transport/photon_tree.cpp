@@ -8,8 +8,9 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
+#include <exception>
 #include <mutex>
-#include <system_error>
+#include <new>
 #include <thread>
 
 namespace hv {
@@ -23,15 +24,15 @@ namespace {
 
 constexpr std::uint32_t kLeafPhotons  = 16;
 constexpr int           kBins         = 17;
-constexpr int           kSpawnDepth   = 16;           ///< nodes below do not start threads
-constexpr std::uint32_t kSpawnPhotons = 1024;         ///< nor do those with a smaller side
-constexpr int           kBuildThreads = kMaxThreads;  ///< at one time: a machine may limit them
+constexpr int           kSpawnDepth   = 16;    ///< nodes below do not start threads
+constexpr std::uint32_t kSpawnPhotons = 1024;  ///< nor do those with a smaller side
 
 /// What the threads of a build share. Nodes move as their array grows, so all access takes the lock; the photons of a
 /// range belong to one task.
 struct Builder {
     std::mutex       node_lock;
     std::atomic<int> threads{1};  ///< at work
+    const int        thread_limit = TeamSize();
 };
 
 struct BuildTask {
@@ -61,12 +62,18 @@ void MakeLeaf(const BuildTask& task)
     node.count                 = task.Count();
 }
 
-/// Adds children to the node of a task and returns the first of them.
+/// Adds children to the node of a task and returns the first of them; kNone where memory runs out.
 std::uint32_t AddChildren(const BuildTask& task, const Plane& plane, KdShape shape)
 {
     const std::lock_guard lock(task.builder->node_lock);
     const auto            child = static_cast<std::uint32_t>(KdNodes.size());
-    KdNodes.resize(KdNodes.size() + (shape == KdShape::Both ? 2 : 1));
+    const std::size_t     count = KdNodes.size() + (shape == KdShape::Both ? 2 : 1);
+    try {  // no exception may leave a thread
+        KdDirections.resize(count);
+        KdNodes.resize(count);
+    } catch (const std::bad_alloc&) {
+        return kNone;
+    }
     KdNode& node = KdNodes[task.node];
     node.child   = child;
     node.split   = plane.split;
@@ -146,34 +153,33 @@ std::uint32_t Split(const BuildTask& task, const Plane& plane)
 
 void BuildNode(BuildTask task);
 
-/// Builds one of two sides on a thread of its own, if there may be one.
+/// Builds one of two sides on a thread of its own, if there may be one more.
 std::thread StartSide(const BuildTask& task)
 {
     Builder& builder = *task.builder;
-    if (builder.threads.fetch_add(1) < kBuildThreads) {
+    if (builder.threads.fetch_add(1) < builder.thread_limit) {
         try {
-            return std::thread(BuildNode, task);
-        } catch (const std::system_error&) {
+            return std::thread([task, &builder] {
+                BuildNode(task);
+                builder.threads.fetch_sub(1);
+            });
+        } catch (const std::exception&) {
             // The system has no thread to give: the side is built by its caller.
         }
     }
+    builder.threads.fetch_sub(1);
     return {};
 }
 
 void BuildSides(const BuildTask& left, const BuildTask& right, const Plane& plane)
 {
-    const bool spawns = left.depth <= kSpawnDepth && plane.left > kSpawnPhotons && plane.right > kSpawnPhotons;
-    if (!spawns) {
-        BuildNode(left);
-        BuildNode(right);
-        return;
-    }
-    const bool  left_is_more = plane.left > plane.right;
-    std::thread other        = StartSide(left_is_more ? left : right);
-    if (!other.joinable()) BuildNode(left_is_more ? left : right);
-    BuildNode(left_is_more ? right : left);
+    const bool       left_is_more = plane.left > plane.right;
+    const BuildTask &more = left_is_more ? left : right, &less = left_is_more ? right : left;
+    const bool       spawns = left.depth <= kSpawnDepth && plane.left > kSpawnPhotons && plane.right > kSpawnPhotons;
+    std::thread      other  = spawns ? StartSide(more) : std::thread();
+    if (!other.joinable()) BuildNode(more);
+    BuildNode(less);
     if (other.joinable()) other.join();
-    left.builder->threads.fetch_sub(1);
 }
 
 /// Meant: a box below a quarter of the radius is not split, however many photons it holds. Searching thousands of them
@@ -194,11 +200,13 @@ void BuildNode(BuildTask task)
     if (plane.left == 0 || plane.right == 0) {
         const bool          to_right = plane.left == 0;
         const std::uint32_t child    = AddChildren(task, plane, to_right ? KdShape::RightOnly : KdShape::LeftOnly);
-        const Box           box      = to_right ? Upper(task.box, plane) : Lower(task.box, plane);
+        if (child == kNone) return MakeLeaf(task);
+        const Box box = to_right ? Upper(task.box, plane) : Lower(task.box, plane);
         return BuildNode(child_task(box, child, task.first, task.last));
     }
+    const std::uint32_t child = AddChildren(task, plane, KdShape::Both);
+    if (child == kNone) return MakeLeaf(task);
     const std::uint32_t middle = Split(task, plane);
-    const std::uint32_t child  = AddChildren(task, plane, KdShape::Both);
     BuildSides(child_task(Lower(task.box, plane), child, task.first, middle),
                child_task(Upper(task.box, plane), child + 1, middle, task.last), plane);
 }
@@ -232,7 +240,6 @@ DirectionBounds LeafDirections(const KdNode& leaf)
 /// Children stand behind their parents, so one pass from the end meets them first.
 void FillDirections()
 {
-    KdDirections.resize(KdNodes.size());
     for (std::size_t i = KdNodes.size(); i-- > 0;) {
         const KdNode& node = KdNodes[i];
         KdDirections[i]    = node.shape == KdShape::Leaf ? LeafDirections(node) : KdDirections[node.child];
@@ -263,9 +270,11 @@ void BuildPhotonTree()
 {
     SetRadius(Settings.Radius);
     KdNodes.clear();
+    KdDirections.clear();
     if (!Photons.empty()) {
         PhotonBox = {};
         for (const Photon& photon : Photons) Grow(PhotonBox, photon.position);
+        KdDirections.resize(1);
         KdNodes.resize(1);
         Builder builder;
         BuildNode({&builder, PhotonBox, 0, 0, 0, static_cast<std::uint32_t>(Photons.size())});

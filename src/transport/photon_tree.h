@@ -35,8 +35,8 @@ struct DirectionBounds {
     std::int8_t low[3], high[3];
 };
 
-/// Filled by the cast, sorted in place by BuildPhotonTree, emptied (storage kept) by ReleasePhotons; frozen while frames
-/// are rendered. The root of the nodes is at 0; there are none without photons.
+/// Filled by the cast, sorted in place by BuildPhotonTree, emptied (storage kept) by ReleasePhotons; frozen while
+/// frames are rendered. The root of the nodes is at 0; there are none without photons.
 extern std::vector<Photon>          Photons;
 extern std::vector<KdNode>          KdNodes;
 extern std::vector<DirectionBounds> KdDirections;  ///< parallel
@@ -54,9 +54,9 @@ struct NeighbourList {
     std::uint32_t photons[kNeighbourCount];        ///< positions in Photons
 };
 
-/// Packs a direction of any length into 15 bits. From the low end: 2 bits axis of the largest component (1 x, 2 y, 3 z),
-/// 3 bits octant (4 x negative, 2 y, 1 z), 5 bits each for the next two components in cyclic order, over the largest, the
-/// first of them on top.
+/// Packs a direction of any length into 15 bits. From the low end: 2 bits axis of the largest component (1 x, 2 y, 3
+/// z), 3 bits octant (4 x negative, 2 y, 1 z), 5 bits each for the next two components in cyclic order, over the
+/// largest, the first of them on top.
 std::uint16_t EncodeDirection(Vector v);
 
 /// Sign bit of each axis in the octant, the first two once more.
@@ -79,9 +79,9 @@ inline Vector UnpackedDirection(std::uint16_t packed)
 /// Unit vector of a packed direction, within 2.6 degrees of what was packed.
 Vector DecodeDirection(std::uint16_t packed);
 
-/// Fills `list` with up to 32 photons nearest to `position`, closer than the root of `radius2`, that did not arrive from
-/// behind a surface of this normal. The last photon of each range that a node splits takes no part in the sort, so that a
-/// search may pass by it.
+/// Fills `list` with up to 32 photons nearest to `position`, closer than the root of `radius2`, that did not arrive
+/// from behind a surface of this normal. The last photon of each range that a node splits takes no part in the sort, so
+/// that a search may pass by it.
 void GatherPhotons(NeighbourList& list, Vector position, Vector normal, float radius2);
 
 }  // namespace hv

@@ -1,6 +1,7 @@
 #include "accel/accel.h"
 #include "lights/lights.h"
 #include "session/console.h"
+#include "session/guard.h"
 #include "session/sampling.h"
 #include "session/settings.h"
 #include "shading/shading.h"
@@ -158,26 +159,27 @@ PhotonSource(std::int64_t, Generate) -> PhotonSource<Generate>;
 auto SourceOf(const Light& light)
 {
     return PhotonSource{light.photon,
-                        [&light](RayRecord& photon, std::uint32_t index) { light.GeneratePhoton(photon, index); }};
+                        [&light](RayRecord& photon, std::uint64_t index) { light.GeneratePhoton(photon, index); }};
 }
 
 auto SkySource()
 {
     return PhotonSource{std::int64_t{SkyLight.photon},
-                        [](RayRecord& photon, std::uint32_t index) { GenerateSkyPhoton(photon, index); }};
+                        [](RayRecord& photon, std::uint64_t index) { GenerateSkyPhoton(photon, index); }};
 }
 
-void GenerateEmitterPhoton(RayRecord& photon, std::uint32_t index)
+void GenerateEmitterPhoton(RayRecord& photon, std::uint64_t index)
 {
     SurfacePoint point;
-    if (!StartEmitterPhoton(photon, index, static_cast<std::uint32_t>(GeometryLight.photon), point)) return;
-    photon.direction = SampleCosine(point, RadicalInverse(2, index), RadicalInverse(3, index), 1.0f);
+    if (!StartEmitterPhoton(photon, index, static_cast<std::uint64_t>(GeometryLight.photon), point)) return;
+    photon.direction =
+        SampleCosine(point, RadicalInverse(2, photon.sample_index), RadicalInverse(3, photon.sample_index), 1.0f);
 }
 
 auto EmitterSource()
 {
     const std::int64_t count = GeometryLight.area > 0.0f ? GeometryLight.photon : 0;
-    return PhotonSource{count, [](RayRecord& photon, std::uint32_t index) { GenerateEmitterPhoton(photon, index); }};
+    return PhotonSource{count, [](RayRecord& photon, std::uint64_t index) { GenerateEmitterPhoton(photon, index); }};
 }
 
 /// Casts done since the photons were cleared; photons are kept in the order of cast and number.
@@ -190,39 +192,57 @@ bool IsOfUse(const RayRecord& photon)
 }
 
 template <class Generate>
-void CastPhoton(const PhotonSource<Generate>& source, std::uint64_t cast, std::int64_t number, int thread)
+void CastPhoton(const PhotonSource<Generate>& source, std::uint64_t cast, std::uint64_t number, int thread)
 {
     RayRecord photon;
     photon.thread = static_cast<std::uint8_t>(thread);
-    BeginRandomStream(kPhotonItem + (cast << 40) + static_cast<std::uint64_t>(number), 0);
-    source.generate(photon, static_cast<std::uint32_t>(number));
+    BeginRandomStream(kPhotonItem + (cast << 40) + number, 0);
+    source.generate(photon, number);
     if (MaxChannel(photon.power) > 0.0f && IsOfUse(photon)) TracePhoton(photon);
 }
 
-/// The line overwrites itself. The lock is for the stream alone.
-void ReportCast(std::int64_t done, std::int64_t count)
-{
-#pragma omp critical(photon_progress)
-    ReportProgress("photon cast ", done * 100 / count, "%", false);
-}
+/// Says how far a cast has come. The line overwrites itself; threads that are late say nothing.
+class CastProgress {
+public:
+    explicit CastProgress(std::int64_t count) : count_(count), step_(std::max<std::int64_t>(1, count / 100)) {}
 
-/// Casts all photons of a source, in batches as small as their uneven paths ask for.
+    void Done(std::int64_t photon)
+    {
+        if (photon % step_ != 0) return;
+#pragma omp critical(photon_progress)
+        if (photon > told_) {
+            told_ = photon;
+            Guarded([&] { ReportProgress("photon cast ", Percent(photon), "%", false); });
+        }
+    }
+
+private:
+    std::int64_t Percent(std::int64_t photon) const
+    {
+        return static_cast<std::int64_t>(static_cast<double>(photon) / static_cast<double>(count_) * 100.0);
+    }
+
+    std::int64_t count_, step_, told_ = -1;
+};
+
+/// Casts all photons of a source. Batches go out one at a time: the cost of photons is very uneven.
 template <class Generate>
 void Cast(const PhotonSource<Generate>& source, int frame)
 {
-    const std::int64_t  count = source.count, batches = (count + kPhotonBatch - 1) / kPhotonBatch;
-    const std::int64_t  first = frame * count, step = std::max<std::int64_t>(1, count / 100);
-    const std::uint64_t cast = CastCount++;
+    const std::int64_t  count = source.count, batches = count / kPhotonBatch + (count % kPhotonBatch != 0 ? 1 : 0);
+    const std::uint64_t first = static_cast<std::uint64_t>(frame) * static_cast<std::uint64_t>(count);
+    const std::uint64_t cast  = CastCount++;
+    CastProgress        progress(count);
     TakeSum(PrimaryRayCounters);
     const std::int64_t start = Ticks();
 #pragma omp parallel for schedule(monotonic : dynamic, 1) num_threads(TeamSize())
     for (std::int64_t batch = 0; batch < batches; ++batch) {
         const int thread = omp_get_thread_num();
         BeginPhotonBatch(thread, (cast << 40) + static_cast<std::uint64_t>(batch));
-        const std::int64_t end = std::min(count, (batch + 1) * kPhotonBatch);
-        for (std::int64_t i = batch * kPhotonBatch; i < end; ++i) {
-            CastPhoton(source, cast, first + i, thread);
-            if (i % step == 0) ReportCast(i, count);
+        const std::int64_t begin = batch * kPhotonBatch, end = begin + std::min(count - begin, kPhotonBatch);
+        for (std::int64_t i = begin; i < end; ++i) {
+            CastPhoton(source, cast, first + static_cast<std::uint64_t>(i), thread);
+            progress.Done(i);
         }
     }
     const auto microseconds = static_cast<float>(std::max<std::int64_t>(1, (Ticks() - start) / 10));
@@ -236,26 +256,31 @@ void CastFrom(const std::vector<LightType>& lights, int frame)
         if (light.photon > 0) Cast(SourceOf(light), frame);
 }
 
-/// The largest power that photons of a source carry, as far as some of them tell.
+/// Lowers `power` to the smallest that photons of a source carry, as far as some of them tell.
 template <class Generate>
-float LargestPower(const PhotonSource<Generate>& source)
+void LowerPower(double& power, const PhotonSource<Generate>& source)
 {
     constexpr std::int64_t kProbes = 256;
-    float                  largest = 0.0f;
-    for (std::int64_t i = 0; i < std::min(kProbes, source.count); ++i) {
+    const std::int64_t     step    = std::max<std::int64_t>(1, source.count / kProbes);
+    for (std::int64_t i = 0; i < source.count && i < kProbes * step; i += step) {
         RayRecord photon;
-        source.generate(photon, static_cast<std::uint32_t>(i * (source.count / kProbes + 1) % source.count));
-        largest = std::max(largest, MaxChannel(photon.power));
+        source.generate(photon, static_cast<std::uint64_t>(i));
+        const double found = MaxChannel(photon.power);
+        if (found > 0.0 && found < power) power = found;
     }
-    return largest;
 }
 
-float LargestPowerOfAll()
+/// Power of a weak photon of the scene, 0 when there is none. Weak ones set the precision of sums that do not depend on
+/// their order, as strong ones find room above it.
+double WeakPower()
 {
-    float largest = std::max(LargestPower(SkySource()), LargestPower(EmitterSource()));
-    for (const PointLight& light : PointLights) largest = std::max(largest, LargestPower(SourceOf(light)));
-    for (const ParallelLight& light : ParallelLights) largest = std::max(largest, LargestPower(SourceOf(light)));
-    return largest;
+    constexpr double kNoPower = 1e300;
+    double           power    = kNoPower;
+    LowerPower(power, SkySource());
+    LowerPower(power, EmitterSource());
+    for (const PointLight& light : PointLights) LowerPower(power, SourceOf(light));
+    for (const ParallelLight& light : ParallelLights) LowerPower(power, SourceOf(light));
+    return power < kNoPower ? power : 0.0;
 }
 
 }  // namespace
@@ -276,12 +301,14 @@ void TracePhoton(RayRecord& photon)
 void CastPhotons()
 {
     ReleasePhotons();
+    ClearPhotonStore();
     ClearDensity();
+    ClearConnections();
     CastCount = 0;
     if (HasFixedSeed()) {
-        const float largest = LargestPowerOfAll();
-        StartOrderFreeDeposits(largest);
-        StartOrderFreeConnections(largest);
+        const double power = WeakPower();
+        StartOrderFreeDeposits(power);
+        StartOrderFreeConnections(power);
     }
     CastPhotonsFromParallelLights(0);
     CastPhotonsFromPointLights(0);

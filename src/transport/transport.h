@@ -59,7 +59,7 @@ void CastPhotonsFromSky(int frame);
 /// Follows a photon, which carries `power`, through the scene.
 void TracePhoton(RayRecord& photon);
 
-// ---- Caustics (photon_tree.cpp) ----
+// ---- Caustics (photon_tree.cpp, caustics.cpp) ----
 
 /// Sorts the photons that were kept into a tree and prints the report.
 void BuildPhotonTree();
@@ -78,8 +78,8 @@ void ForgetLastLookup(int thread);
 /// 1 GB of them for one kind of face ends the process.
 void PrepareDensity(Part& part);
 
-/// Told before the limit ends the process: what the largest set of cells (one kind of faces of one part, which the limit
-/// is for) and all of them would take, and a resolution at which each set fits (0: none).
+/// Told before the limit ends the process: what the largest set of cells (one kind of faces of one part, which the
+/// limit is for) and all of them would take, and a resolution at which each set fits (0: none).
 using DensityObserver = void (*)(double megabytes, double total_megabytes, float fitting_resolution, void* user);
 void SetDensityObserver(DensityObserver observer, void* user);
 
