@@ -17,6 +17,9 @@ meadow   64   -1
 plates   192  0
 pane     192  0.2
 tinted   192  0.3
+caustics 96   0.2
+lampshade 192 0.4
+corridor 96   0.7
 "
 size=400x225
 

@@ -13,6 +13,7 @@ import sys
 
 from indoor_scenes import write_pane, write_plates, write_study, write_tinted
 from meadow_scene import write_meadow
+from photon_scenes import write_photon_scenes
 from scene_mesh import Mesh, ball, cross, normalized, numbers
 
 
@@ -154,6 +155,7 @@ def main():
     write_plates(scenes / "plates")
     write_pane(scenes / "pane")
     write_tinted(scenes / "tinted")
+    write_photon_scenes(scenes)
     write_meadow(scenes / "meadow", broadleaf(7.5, 340, random.Random(99)))
 
 
