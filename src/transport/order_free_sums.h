@@ -14,11 +14,12 @@ namespace hv {
 /// the order, which a float hardly ever shows; terms below half a quantum are lost.
 class OrderFreeSums {
 public:
-    /// Makes `count` sums of 0. `term`: a small term among those that matter, of 2^34 quanta; not above 0 counts as 1.
+    /// Makes `count` sums of 0. `term`: a small term among those that matter, of 2^34 quanta. One that is not above 0,
+    /// or not finite, counts as 1.
     void Start(std::size_t count, double term)
     {
         sums_.assign(3 * count, 0.0);
-        quantum_ = std::ldexp(term > 0.0 ? term : 1.0, -34);
+        quantum_ = std::ldexp(term > 0.0 && std::isfinite(term) ? term : 1.0, -34);
     }
 
     void Stop() { std::vector<double>().swap(sums_); }

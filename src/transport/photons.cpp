@@ -1,4 +1,5 @@
 #include "accel/accel.h"
+#include "base/release.h"
 #include "lights/lights.h"
 #include "session/console.h"
 #include "session/guard.h"
@@ -256,31 +257,35 @@ void CastFrom(const std::vector<LightType>& lights, int frame)
         if (light.photon > 0) Cast(SourceOf(light), frame);
 }
 
-/// Lowers `power` to the smallest that photons of a source carry, as far as some of them tell.
+/// The smaller of two powers, of which one not above 0 does not count.
+double Weaker(double power, double other) { return other > 0.0 && !(other >= power && power > 0.0) ? other : power; }
+
+/// The smallest power that photons of a source carry, as far as some of them tell; 0 where they carry none.
 template <class Generate>
-void LowerPower(double& power, const PhotonSource<Generate>& source)
+double WeakestOf(const PhotonSource<Generate>& source)
 {
     constexpr std::int64_t kProbes = 256;
     const std::int64_t     step    = std::max<std::int64_t>(1, source.count / kProbes);
+    double                 power   = 0.0;
     for (std::int64_t i = 0; i < source.count && i < kProbes * step; i += step) {
         RayRecord photon;
         source.generate(photon, static_cast<std::uint64_t>(i));
-        const double found = MaxChannel(photon.power);
-        if (found > 0.0 && found < power) power = found;
+        power = Weaker(power, MaxChannel(photon.power));
     }
+    return power;
 }
 
 /// Power of a weak photon of the scene, 0 when there is none. Weak ones set the precision of sums that do not depend on
-/// their order, as strong ones find room above it.
+/// their order, as strong ones find room above it. A light's cone may be so narrow that few photons carry anything.
 double WeakPower()
 {
-    constexpr double kNoPower = 1e300;
-    double           power    = kNoPower;
-    LowerPower(power, SkySource());
-    LowerPower(power, EmitterSource());
-    for (const PointLight& light : PointLights) LowerPower(power, SourceOf(light));
-    for (const ParallelLight& light : ParallelLights) LowerPower(power, SourceOf(light));
-    return power < kNoPower ? power : 0.0;
+    double     power  = Weaker(WeakestOf(SkySource()), WeakestOf(EmitterSource()));
+    const auto add_of = [&power](const Light& light) {
+        if (light.photon > 0) power = Weaker(power, MaxChannel(light.photon_power) / static_cast<double>(light.photon));
+    };
+    for (const PointLight& light : PointLights) add_of(light);
+    for (const ParallelLight& light : ParallelLights) add_of(light);
+    return power;
 }
 
 }  // namespace
@@ -301,6 +306,7 @@ void TracePhoton(RayRecord& photon)
 void CastPhotons()
 {
     ReleasePhotons();
+    Release(Photons);  // or the storage of the last cast would stand beside what this one collects
     ClearPhotonStore();
     ClearDensity();
     ClearConnections();
