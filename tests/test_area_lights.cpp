@@ -182,7 +182,7 @@ TEST(GeometryLight, MirroredLightCountsWhereNoPhotonsAreCast)
     for (const int points : {0, 256}) {
         DarkScene scene;
         Spend({points, 65536});
-        hvSetGeometryLightPhoton(0);
+        hvSetGeometryLightPhoton(points > 0 ? -1 : 0);
         scene.LookFrom({0, -0.5f, 0}, {0, 0, 0}, 1e-4f);
         scene.AddScreen(scene.AddShader(Lambertian, kWhite));
         scene.AddPatch(scene.AddShader(Specular, kWhite, Conductor, 1e6f), {0, -3, 0}, {0, 0, 20}, {20, 0, 0});

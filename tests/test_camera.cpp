@@ -1,9 +1,9 @@
 #include "accel/ray.h"
 #include "geometry/object.h"
 #include "output/output.h"
+#include "scene_fixture.h"
 #include "session/sampling.h"
 #include "session/settings.h"
-#include "shading/surface_point.h"
 
 #include <gtest/gtest.h>
 
@@ -189,101 +189,32 @@ TEST_F(CameraTest, ImpossibleFilmsAreToldAndLeftEmpty)
     }
 }
 
-// ---- What a primary hit adds to the AOVs ----
-
-struct PrimaryHitTest : CameraTest {
-    PrimaryHitTest()
-    {
-        Camera& camera = Add(4, 2);
-        camera.sample  = 2;
-        for (const std::uint32_t channel :
-             {4u, 8u, 16u, 32u, 64u, 128u, 256u, 512u, 1024u, 2048u, 4096u, 8192u, 16384u, 5u, 12u, 2u})
-            camera.aovs.emplace_back().channel = channel;
-        Prepare(camera);
-
-        ray.thread       = 1;
-        ray.weight_count = 2;
-        ray.origin       = {0, 0, 0};
-        PixelSlot[1]     = 6;
-
-        point.position     = {0, 3, 4};
-        point.normal       = {0, -1, 0};
-        point.tangent      = {1, 0, 0};
-        point.lambertian   = {1, 2, 3};
-        point.transmissive = {4, 5, 6};
-        point.glossy       = {7, 8, 9};
-        point.specular     = {10, 11, 12};
-        hit                = {{20, 21, 22}, {23, 24, 25}, {26, 27, 28}, {29, 30, 31}, {32, 33, 34}};
-    }
-
-    Color PixelOf(std::size_t aov, std::uint32_t pixel)
-    {
-        Color color;
-        ReadImagePixel(Cameras[0].aovs[aov].image, &color.r, pixel);
-        return color;
-    }
-
-    RayRecord    ray;
-    SurfacePoint point;
-    PrimaryHit   hit;
-};
-
-TEST_F(PrimaryHitTest, FeedsTheChannelsThatAreExactlyOne)
+// Faces and fibres show their albedo under an even sky, and data of vertices that are places the place that is hit;
+// along a fibre it goes in eight steps.
+TEST(VertexData, IsBlendedOverAPrimitive)
 {
-    AddPrimaryHit(ray, point, hit);
-    AddPrimaryHit(ray, point, hit);  // two frames of two: the sum is the value
-    const Color expected[] = {{20, 21, 22}, {1, 2, 3},    {23, 24, 25}, {4, 5, 6},       {26, 27, 28},    {7, 8, 9},
-                              {29, 30, 31}, {10, 11, 12}, {32, 33, 34}, {0.5f, 0, 0.5f}, {1, 0.5f, 0.5f}, {0, 3, 4},
-                              {5, 5, 5},    kBlack,       kBlack,       kBlack};
-    for (std::size_t i = 0; i < std::size(expected); ++i) {
-        EXPECT_EQ(PixelOf(i + 1, 6), expected[i]) << Cameras[0].aovs[i + 1].channel;
-        EXPECT_EQ(PixelOf(i + 1, 5), kBlack);
-    }
-    EXPECT_EQ(PixelOf(0, 6), kBlack) << "beauty is averaged, not added";
-
-    PixelSlot[1] = 4000000000u;  // beyond the film: nothing happens
-    AddPrimaryHit(ray, point, hit);
-}
-
-TEST_F(PrimaryHitTest, ShowsVertexDataOfEveryKind)
-{
-    Part part;
-    part.particles = {2};
-    part.cylinders = {1};
-    part.triangles = {{0, 1, 2, 0}};
-    part.tetragons = {{0, 1, 2, 3, 0}};
-    part.scalars.push_back({"one", {1, 10, 100, 1000}});
-    part.uvs.push_back({"two", {{1, 2}, {10, 20}, {100, 200}, {1000, 2000}}});
-    part.vectors.push_back({"three", {{1, 2, 3}, {10, 20, 30}, {100, 200, 300}, {1000, 2000, 3000}}});
-    part.scalars.push_back({"both", {7, 7, 7, 7}});
-    part.uvs.push_back({"both", {{1, 2}, {1, 2}}});  // the last list that holds a corner wins, here two of them
-    ray.hit_part      = &part;
-    ray.hit_primitive = 0;
-    ray.weight_count  = 1;
-
-    const struct {
-        PrimitiveKind kind;
-        const char*   name;
-        float         u, v, w;
-        Color         expected;
-    } cases[]      = {{PrimitiveKind::Particle, "one", 0.3f, 0.3f, 0.3f, {100, 100, 100}},
-                      {PrimitiveKind::Cylinder, "one", 9, 9, 0.25f, {32.5f, 32.5f, 32.5f}},
-                      {PrimitiveKind::Triangle, "two", 0.5f, 0.25f, 0.25f, {28, 56, 0}},
-                      {PrimitiveKind::Triangle, "three", 0, 1, 0, {10, 20, 30}},
-                      {PrimitiveKind::Triangle, "both", 0, 0, 1, {7, 7, 7}},
-                      {PrimitiveKind::Triangle, "both", 1, 0, 0, {1, 2, 0}},
-                      {PrimitiveKind::Tetragon, "one", 1, 0, 0, {1000, 1000, 1000}},
-                      {PrimitiveKind::Triangle, "absent", 1, 0, 0, kBlack}};
-    CameraAOV& aov = Cameras[0].aovs[1];
-    aov.channel    = static_cast<std::uint32_t>(Channel::UserData);
-    for (const auto& test : cases) {
-        aov.user_data = test.name;
-        ray.hit_kind  = static_cast<std::uint8_t>(test.kind);
-        ray.hit_u = test.u, ray.hit_v = test.v, ray.hit_w = test.w;
-        const Color before = PixelOf(1, 6);
-        AddPrimaryHit(ray, point, hit);
-        const Color after = PixelOf(1, 6);
-        for (int c = 0; c < 3; ++c) EXPECT_FLOAT_EQ(after[c] - before[c], test.expected[c]) << test.name;
+    const float places[] = {-1, 0, -1, 1, 0, -1, 1, 0, 1, -1, 0, 1}, radii[] = {0.5f, 0.5f, 0.5f, 0.5f};
+    const int   corners[] = {0, 1, 2, 3};
+    const Color albedo{0.5f, 0.25f, 1.0f};
+    for (const PrimitiveKind kind : {PrimitiveKind::Triangle, PrimitiveKind::Tetragon, PrimitiveKind::Cylinder}) {
+        TestScene scene;
+        const int part = hvAddPart(0), aov = hvAddCameraAOV(0);
+        hvSetShaderID(0, part, scene.AddShader(Element::Lambertian, albedo));
+        hvAddPositions(0, part, 4, places);
+        hvAddRadii(0, part, 4, radii);
+        hvAddVertexData(0, part, "place", 3, 4, places);
+        if (kind == PrimitiveKind::Triangle) hvAddTriangles(0, part, 1, corners);
+        if (kind == PrimitiveKind::Tetragon) hvAddTetragons(0, part, 1, corners);
+        if (kind == PrimitiveKind::Cylinder) hvAddCylinders(0, part, 1, corners);
+        hvSetCameraAOVChannel(0, aov, Channel::UserData);
+        hvSetCameraAOVUserData(0, aov, "place");
+        const Vector place{0.3f, 0, kind == PrimitiveKind::Cylinder ? -1.0f : -0.4f};
+        scene.LookFrom(place - Vector{0, 2, 0}, place, 0.01f);
+        ExpectColor(scene.RenderPixel(), albedo, 1e-5f);
+        hvxImage image{};
+        ASSERT_TRUE(hvxGetCameraAOV(0, aov, &image));
+        const Color seen{image.pixels[0], image.pixels[1], image.pixels[2]};
+        ExpectColor(seen, {place.x, place.y, place.z}, kind == PrimitiveKind::Cylinder ? 0.25f : 1e-4f);
     }
 }
 

@@ -45,17 +45,13 @@ TEST_F(Grammar, NumbersReadAsInTheClassicLocale)
     const std::locale before = std::locale::global(std::locale(std::locale(), new CommaPunctuation));
     std::setlocale(LC_ALL, "de_DE.UTF-8");  // takes effect where the machine has it
     using Row = std::pair<const char*, float>;
-    for (const auto& [text, value] : {Row("0.25", 0.25f), Row("+2", 2),        Row("-.5", -0.5f),
-                                      Row("1.5E+2", 150), Row("\t 7 x", 7),    Row("1e5e", 1e5f),
-                                      Row("0x10", 0),     Row("1,5", 1),       Row("1.5.2", 1.5f),
-                                      Row("8\r", 8),      Row("1e-60", 0),     Row("1e", kFails),
-                                      Row("1e+", kFails), Row(".", kFails),    Row("inf", kFails),
-                                      Row("nan", kFails), Row("1e39", kFails), Row("+-1", kFails),
-                                      Row("", kFails),    Row("x 1", kFails),  Row("1e99999999999", kFails)})
-        EXPECT_EQ(ReadOne<float>(text), value) << text;
     for (const auto& [text, value] :
-         {Row("+7", 7), Row("-8", -8), Row("3.5", 3), Row("0x1F", 0), Row("07", 7), Row("12abc", 12),
-          Row("- 1", kFails), Row("99999999999", kFails), Row("+-3", kFails), Row("", kFails), Row("+", kFails)})
+         {Row("0.25", 0.25f), Row("-.5", -0.5f), Row("\t 7 x", 7), Row("1e5e", 1e5f), Row("0x10", 0), Row("1,5", 1),
+          Row("1e-60", 0), Row("1e+", kFails), Row(".", kFails), Row("nan", kFails), Row("1e39", kFails),
+          Row("1e99999999999", kFails)})
+        EXPECT_EQ(ReadOne<float>(text), value) << text;
+    for (const auto& [text, value] : {Row("-8", -8), Row("3.5", 3), Row("0x1F", 0), Row("99999999999", kFails),
+                                      Row("+-3", kFails), Row("", kFails)})
         EXPECT_EQ(ReadOne<int>(text), static_cast<int>(value)) << text;
     EXPECT_EQ(ReadOne<std::int64_t>("99999999999"), 99999999999);
     std::setlocale(LC_ALL, "C");
@@ -87,20 +83,18 @@ TEST(Numbers, ScannedFloatsAreTheNearest)
         std::snprintf(text, sizeof text, "%.*e", static_cast<int>(14 + random() % 40), half_way);
         check(text);
     }
-    for (const char* special : {"1e50", "-1e50", "1e-50", "0.00000000000000000000000000000000000000000000000000001",
-                                "340282356779733661637539395458142568448", "16777217", "16777219", "0e99999999999",
-                                "0000000000000000000001.5", "-0", "-0.0e5", "e5", "-", "+.", "1.e2", "7e"})
+    for (const char* special : {"-1e50", "1e-50", "340282356779733661637539395458142568448", "16777217", "16777219",
+                                "0e99999999999", "0000000000000000000001.5", "-0", "e5", "+.", "1.e2", "7e"})
         check(special);
 }
 
 TEST_F(Grammar, AFailedValueKeepsItsFieldAndSkipsTheRestOfTheLine)
 {
     Read(
-        "render\n clamp 1 2\n final_gather\n ray_depth x 9\n bounce 99999999999\n sample 7.9\nend\nend\n"
+        "render\n clamp 1 2\n final_gather\n ray_depth x 9\n sample 7.9\nend\nend\n"
         "camera\n resolution 640 abc\n region 1 x 3 4\n exposure 0.5 zz 0.7\nend\n");
     EXPECT_EQ(Settings.Clamp, (Color{1, 2, kFarAway}));
     EXPECT_EQ(Settings.RayDepth, 8);
-    EXPECT_EQ(Settings.Bounce, 1);
     EXPECT_EQ(Settings.RendererSample, 7);
     const Camera& camera = Cameras.at(0);
     EXPECT_EQ(std::pair(camera.width, camera.height), std::pair(640, 540));
@@ -136,9 +130,6 @@ TEST_F(Grammar, BlocksAndTheirEnds)
          [] { return Cameras.at(0).name == "c" && Cameras.at(0).sample == 5 && Objects.at(0).name == "table"; }},
         {"a missing end closes at the end of the file", "shader\nname \"s\"\nsurface_shader\ndielectric",
          [] { return Shaders.at(0).name == "s" && Shaders[0].layers.at(0).material == Material::Dielectric; }},
-        {"a misspelt block lets its end close the outer one",
-         "end\nshader\nname \"s\"\nsurface_shadr\ndielectric\nend\nopacity 0.5\nend\ncamera\nend\n",
-         [] { return Shaders.at(0).layers.empty() && Shaders[0].opacity == 1 && Cameras.size() == 1; }},
         {"what falls out of a misspelt block opens sections", "camera\npse\nend\nshader \"x\"\nname \"fallen\"\nend\n",
          [] { return Shaders.at(0).name == "fallen"; }},
         {"a third pose is no block",
@@ -157,39 +148,26 @@ TEST_F(Grammar, BlocksAndTheirEnds)
     }
 }
 
+// What a second entry does: some add, some replace, some are no entries.
 TEST_F(Grammar, SectionsFillTheirRecords)
 {
     Read(
-        "camera\naov\ntype \"glossy\"\ntype \"glossy\"\ntype \"depth\"\nend\naov\ntype \"mine\"\ntype "
-        "\"normal\"\nend\nend\n"
-        "point_light\nphoton 5000000000\nlink\nshader \"floor\"\nend\naov\nend\nend\n"
+        "camera\naov\ntype \"glossy\"\ntype \"depth\"\nend\naov\ntype \"mine\"\ntype \"normal\"\nend\nend\n"
+        "point_light\nphoton 5000000000\nend\n"
         "parallel_light\nsky_light\ncolor 1 2 3\nend\n"  // inside the unclosed light: an unknown word, and an end
-        "sky_light\ncolor 4 5 6\nlink\nshader \"a\"\nend\nend\n"
-        "sky_light\nlink\nshader \"b\"\nend\nend\n"
-        "shader\nname \"floor\"\n"
-        "surface_shader\nthin_dielectric\nconductor\nvirtual_light 0\nsideness both\nsideness \"back\"\n"
-        "lambertian\ncolor 1 2\nimage \"wood floor.jpg\"\nsampler\nuv_matrix 2 0 0 0 2 0 0 0 1\nend\nend\nend\n"
-        "surface_shader\nior\ncolor 1.5 1.5 1.5\nend\nend\n"
-        "geometry_shader\nvector\nend\nvector\nsampler\ngamma 3\nend\nend\ncamera_primary 0\nlight_primary "
-        "0\ncamera_primary 1\nend\nend\n");
-    const std::vector<CameraAOV>& aovs = Cameras.at(0).aovs;
-    ASSERT_EQ(aovs.size(), 3u);  // the beauty image is there from birth
-    EXPECT_EQ(aovs[1].channel, 1u + 64 + 16384);
-    EXPECT_EQ(aovs[2].channel, 32768u + 2048);  // an unknown word replaces what was there
-    EXPECT_EQ(aovs[2].user_data, "mine");
+        "sky_light\nlink\nshader \"a\"\nend\nend\nsky_light\nlink\nshader \"b\"\nend\nend\n"
+        "shader\nname \"floor\"\nsurface_shader\nthin_dielectric\nconductor\nend\nsurface_shader\nend\n"
+        "geometry_shader\nvector\nend\nvector\nsampler\ngamma 3\nend\nend\ncamera_primary 0\nlight_primary 0\n"
+        "camera_primary 1\nend\nend\n");
+    ASSERT_EQ(Cameras.at(0).aovs.size(), 3u);                // the beauty image is there from birth
+    EXPECT_EQ(Cameras[0].aovs[1].channel, 1u + 64 + 16384);  // beauty, too
+    EXPECT_EQ(Cameras[0].aovs[2].channel, 32768u + 2048);    // an unknown word replaces what was there
+    EXPECT_EQ(Cameras[0].aovs[2].user_data, "mine");
     EXPECT_EQ(PointLights.at(0).photon, 5000000000);
-    EXPECT_EQ(PointLights[0].link_names, std::vector<std::string>{"floor"});
     EXPECT_EQ(ParallelLights.at(0).color, (Color{1, 2, 3}));
-    EXPECT_EQ(SkyLight.color, (Color{4, 5, 6}));
     EXPECT_EQ(SkyLight.link_names, (std::vector<std::string>{"a", "b"}));
     ASSERT_EQ(Shaders.at(0).layers.size(), 2u);
-    const SurfaceShader& layer = Shaders[0].layers[0];
-    EXPECT_EQ(layer.material, Material::Conductor);
-    EXPECT_EQ(layer.sideness, Sideness::Back);
-    EXPECT_TRUE(layer.virtual_light && !layer.window);
-    EXPECT_EQ(layer.Slot(Element::Lambertian).color, (Color{1, 2, 0}));
-    EXPECT_FALSE(layer.Slot(Element::Lambertian).uv_matrix_is_identity);
-    EXPECT_EQ(Shaders[0].layers[1].Slot(Element::Ior).color, (Color{1.5f, 1.5f, 1.5f}));
+    EXPECT_EQ(Shaders[0].layers[0].material, Material::Conductor);
     EXPECT_EQ(Shaders[0].geometry_shader.vector.at(1).gamma, 3);
     EXPECT_EQ(Shaders[0].geometry_shader.visibility, Visibility::CameraPrimary);
 
@@ -205,15 +183,12 @@ TEST_F(Grammar, ObjectSectionsMakePartsAndInstances)
         Read("object\nname body\nobj \"" + obj + "\"\nposition_texture \"p.exr\"\ntriangle_texture \"t.exr\"\n" +
              "triangle_texture \"u.exr\"\nhair \"h.hair\"\nobj \"/nowhere/x.obj\"\n"
              "instance\nobject other thing\nshader \"steel\"\nmatrix 1 0 0 2 0 1 0\nend\nend\nobject\nname other\n");
-    ASSERT_EQ(Objects.size(), 2u);
-    ASSERT_EQ(Objects[0].parts.size(), 5u);
+    ASSERT_EQ(Objects.at(0).parts.size(), 5u);
     EXPECT_EQ(Objects[0].parts[0].triangles.size(), 1u);
-    EXPECT_TRUE(Objects[0].parts[4].triangles.empty());
     const Instance& instance = Objects[0].instances.at(0);
     EXPECT_EQ(instance.objectName, "other");
     EXPECT_EQ(instance.shaderName, "steel");
     EXPECT_EQ(instance.matrix.m[3], 2);
-    EXPECT_EQ(instance.matrix.m[10], 1);
     // The position texture serves both triangle textures and is used up by the hair.
     const auto count = [&](std::string_view part) {
         int found = 0;
@@ -286,14 +261,12 @@ TEST_F(Grammar, FoldersAreReadInOrderAndFilesByName)
         ClearScene();
         testing::internal::CaptureStdout();
         EXPECT_EQ(LoadScene(path), 4);
-        const std::string out = testing::internal::GetCapturedStdout();
-        std::string       names;
+        EXPECT_EQ(testing::internal::GetCapturedStdout().rfind("scene parsing ", 0), 0u);
+        std::string names;
         for (const Object& entry : Objects) names += entry.name;
         EXPECT_EQ(names, "1234");
         EXPECT_EQ(ImageSearchPaths, (std::vector<std::string>{path + "image", path, "", "p", "p", "p", "p"}));
         EXPECT_EQ(GeometrySearchPaths, (std::vector<std::string>{path + "geometry", path, ""}));
-        EXPECT_EQ(out.rfind("scene parsing ", 0), 0u);
-        EXPECT_EQ(out.substr(out.find('\n') - 12), " [ seconds ]\n" + std::string(80, '_') + "\n\n");
     }
     EXPECT_EQ(LoadScene(folder.string() + "/missing"), 0);
 }

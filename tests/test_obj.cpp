@@ -45,7 +45,6 @@ TEST_F(Obj, FacesBecomeTrianglesAndTetragons)
         {"all forms of a corner", kCorners + "f 1 2/1 3/1/1\nf 1//1 3/ 4//\n", 2, 0, 4},
         {"blanks and tabs", "  " + kCorners + "\tf\t1 \t 2  3  \t\n", 1, 0, 3},
         {"rectangle stays whole", kCorners + "f 1 2 3 4\n", 0, 1, 4},
-        {"twisted quadrangle is split", "v 0 0 0\nv 1 0 0\nv 1 1 0.01\nv 0 1 0\nf 1 2 3 4\n", 2, 0, 4},
         {"bow tie is split", kCorners + "f 1 3 2 4\n", 2, 0, 4},
         {"negative numbers", kCorners + "f -4 -3 -2\nv 5 5 5\nf -4 -3 -2\n", 2, 0, 4},
         {"corners that come later", "f 1 2 3 4\n" + kCorners, 2, 0, 4},
@@ -57,7 +56,8 @@ TEST_F(Obj, FacesBecomeTrianglesAndTetragons)
          0, 3, kRangeError},
         {"other keywords",
          "mtllib a.mtl\no x\ng y\n# v 9 9 9\nvp 1 2\nvertex 1\nfoo 1 2 3\nv1 2 3\n" + kCorners + "f 1 2 3\n", 1, 0, 3},
-        {"carriage returns", "v 0 0 0\r\nv 1 0 0\r\nv 1 1 0\r\nv 0 1 0\r\nf 1 2 3 4\r\n", 0, 1, 4},
+        {"numbers of any kind",
+         "v 1 abc 3 4 5\nv nan inf 0x7\nv\t1\t2,5\t3\r\nv 1 0 3\nv 0 0 0\nv 1 2 3\nf 1 2 3\nf 4 5 6\n", 2, 0, 3},
         {"a zero byte ends the line", kCorners + std::string("f 1 2 3\0 4\n", 11), 1, 0, 3},
         {"negative zero is another place", "v 0 0 0\nv 1 0 0\nv 0 1 0\nv -0 0 0\nf 1 2 3\nf 4 2 3\n", 2, 0, 4},
         {"equal positions weld", kCorners + kCorners + "f 1 2 3\nf 5 7 8\n", 2, 0, 4},
@@ -71,18 +71,6 @@ TEST_F(Obj, FacesBecomeTrianglesAndTetragons)
         EXPECT_EQ(part.positions.size(), row.vertices) << row.name;
         EXPECT_EQ(part.uvs[0].values.size(), row.vertices) << row.name;
         EXPECT_EQ(output, row.output) << row.name;
-    }
-}
-
-TEST_F(Obj, NumbersOfAPosition)
-{
-    using Row = std::pair<const char*, Vector>;
-    for (const auto& [line, position] :
-         {Row("v 1 2 3 4 5 6", {1, 2, 3}), Row("v 1", {1, 0, 0}), Row("v 1 abc 3", {1, 0, 3}),
-          Row("v 1.5x 2 3", {1.5f, 2, 3}), Row("v nan inf 0x7", {0, 0, 0}), Row("v\t1\t2,5\t3\r", {1, 2, 3})}) {
-        StagedMesh staged;
-        ReadObjFile(staged, Write("v.obj", line));
-        EXPECT_EQ(staged.positions.at(0), position) << line;
     }
 }
 
@@ -125,15 +113,12 @@ TEST_F(Obj, NormalsFollowTheSmoothingSwitchAndTheSideOfTheFace)
 TEST_F(Obj, MaterialsNameShaders)
 {
     Shaders.resize(1);
-    const std::string lines =
-        "f 1 2 3\nusemtl red  paint\nf 1 2 3\n usemtl no\nf 1 2 3\nusemtl\nusemtl \t\nusemtlx y\n"
-        "usemtl blue\r\nf 1 2 3\nf 1 2 3 4\nusemtl red\nf 1 2 3\n";
-    const Part                 part = Read(kCorners + lines);
-    std::vector<std::uint32_t> shaders;
-    for (const Triangle& triangle : part.triangles) shaders.push_back(triangle.shader);
-    EXPECT_EQ(shaders, (std::vector<std::uint32_t>{0, 1, 1, 2, 1}));
-    ASSERT_EQ(Shaders.size(), 3u);
-    EXPECT_EQ(Shaders[1].name + Shaders[2].name, "redblue");
+    const Part  part = Read(kCorners +
+                            "f 1 2 3\nusemtl red  paint\nf 1 2 3\n usemtl no\nf 1 2 3\nusemtl\nusemtl \t\n"
+                             "usemtlx y\nusemtl blue\r\nf 1 2 3\nf 1 2 3 4\nusemtl red\nf 1 2 3\n");
+    std::string shaders;
+    for (const Triangle& triangle : part.triangles) shaders += Shaders.at(triangle.shader).name + ' ';
+    EXPECT_EQ(shaders, "undefined red red blue red ");
 }
 
 TEST_F(Obj, WhatCannotBeOpenedPrintsAnError)
@@ -161,21 +146,20 @@ TEST_F(Obj, MalformedFilesEndCleanly)
     }
 }
 
-// Welding loses nothing and joins all that is equal: every corner finds its values again, and no two vertices are alike.
+// Welding loses nothing and joins all that is equal: every corner finds its values again, and no two vertices are
+// alike.
 TEST(Flatten, WeldsExactlyWhatIsEqual)
 {
     std::mt19937 random(11);
     const auto   pick = [&](std::size_t count) { return static_cast<std::uint32_t>(random() % count); };
+    const auto   step = [&] { return static_cast<float>(pick(6)); };
     StagedMesh   staged;
-    for (int i = 0; i < 300; ++i)
-        staged.positions.push_back(
-            {static_cast<float>(pick(6)), static_cast<float>(pick(6)), static_cast<float>(pick(6))});
+    for (int i = 0; i < 300; ++i) staged.positions.push_back({step(), step(), step()});
     for (std::uint32_t i = 0; i < 5; ++i) staged.uvs.push_back({static_cast<float>(i / 2), 0});
-    for (int i = 0; i < 3000; ++i) {
-        StagedTriangle triangle;
+    for (std::uint32_t i = 0; i < 3000; ++i) {
+        StagedTriangle& triangle = staged.triangles.emplace_back();
         for (StagedCorner& corner : triangle.corners) corner = {pick(300), pick(6), kNone, kNone};
-        triangle.shader = static_cast<std::uint32_t>(i);
-        staged.triangles.push_back(triangle);
+        triangle.shader = i;
     }
     const StagedMesh given = staged;
     Part             part;
@@ -190,10 +174,9 @@ TEST(Flatten, WeldsExactlyWhatIsEqual)
     }
     EXPECT_GT(part.triangles.size(), 2500u);  // all but the few with twins
     for (const Triangle& triangle : part.triangles) {
-        const StagedTriangle& from       = given.triangles[triangle.shader];
-        const std::uint32_t   vertices[] = {triangle.i0, triangle.i1, triangle.i2};
+        const std::uint32_t vertices[] = {triangle.i0, triangle.i1, triangle.i2};
         for (int k = 0; k < 3; ++k) {
-            const StagedCorner& corner = from.corners[k];
+            const StagedCorner& corner = given.triangles[triangle.shader].corners[k];
             EXPECT_GE(vertices[k], 2u);
             EXPECT_EQ(part.positions[vertices[k]], given.positions[corner.position]);
             EXPECT_EQ(part.uvs[0].values[vertices[k]], corner.uv < 5 ? given.uvs[corner.uv] : Vector2{});
@@ -211,24 +194,22 @@ TEST(Flatten, WeldsExactlyWhatIsEqual)
 // that grow with the mesh would make these take minutes.
 TEST(Flatten, GridsAndFansStayFast)
 {
-    const auto          at   = [](std::uint32_t i) { return StagedCorner{i, kNone, kNone, kNone}; };
     const std::uint32_t size = 512;
-    StagedMesh          grid;
+    StagedMesh          grid, fan;
+    Part                plane, apex;
+    const auto at = [](std::uint32_t i, std::uint32_t uv = kNone) { return StagedCorner{i, uv, kNone, kNone}; };
     for (std::uint32_t i = 0; i < size * size; ++i)
         grid.positions.push_back({static_cast<float>(i % size), static_cast<float>(i / size), 0});
     for (std::uint32_t i = 0; i + size + 1 < size * size; ++i)
         grid.triangles.push_back({{at(i), at(i + 1), at(i + size)}, 0});
-    Part part;
-    FlattenStagedMesh(grid, part);
-    EXPECT_EQ(part.positions.size(), size * size - 1u);
+    FlattenStagedMesh(grid, plane);
+    EXPECT_EQ(plane.positions.size(), size * size - 1u);
 
-    StagedMesh fan;
     fan.positions = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}};
     for (std::uint32_t i = 0; i < 200000; ++i) {
         fan.uvs.push_back({static_cast<float>(i), 0});
-        fan.triangles.push_back({{{0, i, kNone, kNone}, at(1), at(2)}, 0});
+        fan.triangles.push_back({{at(0, i), at(1), at(2)}, 0});
     }
-    Part apex;
     FlattenStagedMesh(fan, apex);
     EXPECT_EQ(apex.positions.size(), 200002u);
 }

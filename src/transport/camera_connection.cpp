@@ -13,7 +13,12 @@ namespace {
 /// Sums of the pixels. On while photons are cast with a seed.
 OrderFreeSums ConnectionSums;
 
-bool IsLightPath(const CameraAOV& aov) { return aov.channel == static_cast<std::uint32_t>(Channel::LightPath); }
+/// Whether an AOV collects light paths, and has the camera's film to do so.
+bool IsLightPath(const Camera& camera, const CameraAOV& aov)
+{
+    return aov.channel == static_cast<std::uint32_t>(Channel::LightPath) && aov.image.loaded &&
+           aov.image.width == camera.width && aov.image.height == camera.height;
+}
 
 /// Where a camera sees a point.
 struct Projected {
@@ -70,7 +75,7 @@ void AddToLightPaths(Camera& camera, std::uint32_t pixel, Color value)
 {
     if (ConnectionSums.IsOn()) return ConnectionSums.Add(pixel, value);
     for (CameraAOV& aov : camera.aovs)
-        if (IsLightPath(aov)) AddToAOV(aov, pixel, value);
+        if (IsLightPath(camera, aov)) AddToAOV(aov, pixel, value);
 }
 
 }  // namespace
@@ -78,7 +83,8 @@ void AddToLightPaths(Camera& camera, std::uint32_t pixel, Color value)
 bool CollectsLightPaths()
 {
     const Camera* camera = ActiveCamera();
-    return camera && std::ranges::any_of(camera->aovs, IsLightPath);
+    return camera &&
+           std::ranges::any_of(camera->aovs, [camera](const CameraAOV& aov) { return IsLightPath(*camera, aov); });
 }
 
 void ConnectToCamera(const RayRecord& photon, const SurfacePoint& point, Color value)
@@ -104,14 +110,15 @@ void ClearConnections()
 {
     ConnectionSums.Stop();
     if (!CollectsLightPaths()) return;
-    for (CameraAOV& aov : ActiveCamera()->aovs)
-        if (IsLightPath(aov)) std::ranges::fill(aov.image.pixels32, 0.0f);
+    Camera& camera = *ActiveCamera();
+    for (CameraAOV& aov : camera.aovs)
+        if (IsLightPath(camera, aov)) std::ranges::fill(aov.image.pixels32, 0.0f);
 }
 
 void StartOrderFreeConnections(double power)
 {
     const Camera* camera = ActiveCamera();
-    if (!CollectsLightPaths() || camera->width < 1 || camera->height < 1) return;
+    if (!CollectsLightPaths()) return;
     // A pixel sees (r / f)^2 square metres at the distance r.
     const double f      = camera->poses[0].image_distance;
     const double r      = std::max({SceneRadius, Length(camera->poses[0].position - SceneCenter), 1e-5f});
@@ -122,8 +129,9 @@ void StartOrderFreeConnections(double power)
 void FinishOrderFreeConnections()
 {
     if (!ConnectionSums.IsOn()) return;
-    for (CameraAOV& aov : ActiveCamera()->aovs)
-        for (std::uint32_t pixel = 0; IsLightPath(aov) && pixel < ConnectionSums.Count(); ++pixel)
+    Camera& camera = *ActiveCamera();
+    for (CameraAOV& aov : camera.aovs)
+        for (std::uint32_t pixel = 0; IsLightPath(camera, aov) && pixel < ConnectionSums.Count(); ++pixel)
             AddToAOV(aov, pixel, ConnectionSums.At(pixel));
     ConnectionSums.Stop();
 }
