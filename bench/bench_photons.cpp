@@ -362,6 +362,10 @@ void BenchShare()
     hv::CastPhotons();
     hv::BuildPhotonTree();
     const std::size_t count = hv::Photons.size();
+    if (count == 0) {
+        std::printf("  no photons in the tree\n");
+        return;
+    }
     hvxSetFrameCallback(NoteFrame, &frames);
     hvRender();
     hvxSetFrameCallback(nullptr, nullptr);
