@@ -122,5 +122,19 @@ region outside the film|scenes/tiny --region 8,0,9,6 -o r.hdr
 END
 [ -e n.hdr ] && fail "a test of the output left a file"
 
+# -- Density cells: what would fit is told before the limit ends the run, and it does fit. Paths alone need none.
+make_scene walls
+for n in $(seq 1 800); do
+    printf 'v -9 -9 -%s\nv 9 -9 -%s\nv 9 9 -%s\nv -9 9 -%s\nf -4 -3 -2 -1\n' "$n" "$n" "$n" "$n"
+done >>walls/geometry/wall.obj
+sed -i 's/distance 0/distance 1\n        resolution 1e-4/' walls/render/settings.hv
+expect_status 1 "too many cells" "$halvorne" walls -o walls.hdr
+expect_text stdout '^density estimator consumes more than 1GB memory\.$' "too many cells"
+fitting=$(sed -n "s/.*1024 MB; 'resolution \([0-9.e+-]*\)'.*/\1/p" stderr)
+expect_status 0 "too many cells for paths alone" "$halvorne" walls -o walls.hdr --path-tracing
+expect_text stdout '^unidirectional path tracing$' "paths alone"
+awk -v r="${fitting:-0}" 'BEGIN { n = sqrt(324 / r); exit !(n > 200 && n < 238) }' ||
+    fail "resolution '$fitting' is not near the limit"
+
 find scenes | sort | diff before - >&2 || fail "the scene folder was changed"
 finish
