@@ -20,6 +20,11 @@ tinted   192  0.3
 caustics 96   0.2
 lampshade 192 0.4
 corridor 96   0.7
+terrain  64   -0.3
+bust     128  0.3
+furry    128  0.2
+hair     192  0.3
+moving   96   0
 "
 size=400x225
 

@@ -11,10 +11,13 @@ import pathlib
 import random
 import sys
 
+from bust_scene import write_bust
 from indoor_scenes import write_pane, write_plates, write_study, write_tinted
 from meadow_scene import write_meadow
 from photon_scenes import write_photon_scenes
-from scene_mesh import Mesh, ball, cross, normalized, numbers
+from scene_mesh import Mesh, ball, cross, instance, normalized, numbers
+from strand_scenes import write_furry, write_hair_scene
+from terrain_scene import write_terrain
 
 
 def room():
@@ -137,6 +140,63 @@ def forest_instances(kinds, count, size, rng):
     return "\n".join(lines + ["end"]) + "\n"
 
 
+def avenue():
+    """A road between two rows of posts, and a cart on it. The cart stands at z = 0."""
+    mesh = Mesh()
+    for name, left, right in (("grass", -40, -1.6), ("road", -1.6, 1.6), ("grass", 1.6, 40)):
+        mesh.shader(name)
+        mesh.face([(left, 0, 12), (right, 0, 12), (right, 0, -60), (left, 0, -60)])
+    mesh.shader("stripe")
+    for k in range(14):
+        z = 5 - 4 * k
+        mesh.face([(-0.07, 0.002, z), (0.07, 0.002, z), (0.07, 0.002, z - 2), (-0.07, 0.002, z - 2)])
+    return mesh
+
+
+def post():
+    mesh = Mesh()
+    for k, name in enumerate(("white", "red", "white", "red", "white")):
+        mesh.shader(name)
+        mesh.lathe([(0.07, 0.35 * k), (0.07, 0.35 * (k + 1))], 16)
+    mesh.lathe([(0.07, 1.75), (0.07, 1.75), (0.05, 1.8), (0, 1.82)], 16)
+    return mesh
+
+
+def cart():
+    """A plain cart on four wheels that stands at the origin and points to -z."""
+    mesh = Mesh()
+    mesh.shader("paint")
+    mesh.box((-0.55, 0.35, -1.1), (0.55, 0.75, 1.1))
+    mesh.box((-0.45, 0.751, -0.35), (0.45, 1.1, 0.8))
+    mesh.shader("tyre")
+    for x in (-0.56, 0.56):
+        for z in (-0.7, 0.7):
+            turn = [(0.3 * math.cos(a), 0.3 * math.sin(a)) for a in (2 * math.pi * i / 24 for i in range(24))]
+            low, high = x - 0.09, x + 0.09
+            first = mesh.vertices([(at, 0.302 + b, z + a) for at in (low, high) for a, b in turn])
+            for i in range(24):
+                j = (i + 1) % 24
+                mesh.index_face([(first + k, None, None) for k in (i, j, j + 24, i + 24)])
+            for start, way in ((0, 1), (24, -1)):
+                hub = mesh.vertices([((low, high)[start > 0], 0.302, z)])
+                for i in range(24):
+                    pair = (first + start + i, first + start + (i + 1) % 24)[::-way]
+                    mesh.index_face([(k, None, None) for k in (hub, *pair)])
+    return mesh
+
+
+def moving_objects():
+    lines = ["# written by tools/make_scenes.py"]
+    for name in ("post", "cart"):
+        lines += ["object", f"    name {name}", f'    obj "geometry/{name}.obj"', "end"]
+    lines += ["object", "    name scene", '    obj "geometry/avenue.obj"']
+    lines += instance("cart", (0.1, 0, -1))
+    for k in range(18):
+        for x in (-2.2, 2.2):
+            lines += instance("post", (x, 0, 4 - 2.6 * k))
+    return "\n".join(lines + ["end"]) + "\n"
+
+
 def main():
     scenes = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else pathlib.Path(__file__).parent.parent / "scenes")
     room().write(scenes / "room/geometry/room.obj")
@@ -156,6 +216,14 @@ def main():
     write_pane(scenes / "pane")
     write_tinted(scenes / "tinted")
     write_photon_scenes(scenes)
+    avenue().write(scenes / "moving/geometry/avenue.obj")
+    post().write(scenes / "moving/geometry/post.obj")
+    cart().write(scenes / "moving/geometry/cart.obj")
+    (scenes / "moving/geometry/scene.hv").write_text(moving_objects())
+    write_terrain(scenes / "terrain")
+    write_bust(scenes / "bust")
+    write_furry(scenes / "furry")
+    write_hair_scene(scenes / "hair")
     write_meadow(scenes / "meadow", broadleaf(7.5, 340, random.Random(99)))
 
 

@@ -14,13 +14,14 @@ import sys
 import zlib
 
 
-def write_png(path, width, height, channels, texel):
-    """texel(x, y) gives `channels` (1 or 3) values from 0 to 1."""
-    before = bytes(width * channels)
+def write_png(path, width, height, channels, texel, size=1):
+    """texel(x, y) gives `channels` (1 or 3) values from 0 to 1, each stored in `size` bytes (1 or 2)."""
+    before = bytes(width * channels * size)
     stream = bytearray()
     for y in range(height):
-        line = bytes(round(255 * min(max(c, 0.0), 1.0)) for x in range(width) for c in texel(x, y))
-        filters = [(number, filtered(number, line, before, channels)) for number in (0, 1, 2, 4)]
+        values = (round((256 ** size - 1) * min(max(c, 0.0), 1.0)) for x in range(width) for c in texel(x, y))
+        line = b"".join(value.to_bytes(size, "big") for value in values)
+        filters = [(number, filtered(number, line, before, channels * size)) for number in (0, 1, 2, 4)]
         # The usual guess of the filter that packs best: the smallest sum of sizes, bytes taken as signed.
         number, best = min(filters, key=lambda f: sum(min(b, 256 - b) for b in f[1]))
         stream.append(number)
@@ -30,14 +31,14 @@ def write_png(path, width, height, channels, texel):
     def chunk(kind, data):
         return struct.pack(">I", len(data)) + kind + data + struct.pack(">I", zlib.crc32(kind + data))
 
-    header = struct.pack(">IIBBBBB", width, height, 8, {1: 0, 3: 2}[channels], 0, 0, 0)
+    header = struct.pack(">IIBBBBB", width, height, 8 * size, {1: 0, 3: 2}[channels], 0, 0, 0)
     path.parent.mkdir(parents=True, exist_ok=True)
     path.write_bytes(b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", header) + chunk(b"IDAT", zlib.compress(bytes(stream), 9)) +
                      chunk(b"IEND", b""))
 
 
 def filtered(number, line, before, channels):
-    """One line of a PNG behind filter 0 none, 1 sub, 2 up or 4 Paeth."""
+    """One line of a PNG behind filter 0 none, 1 sub, 2 up or 4 Paeth; `channels` are the bytes of a pixel."""
     if number == 0:
         return line
     if number == 2:
@@ -357,6 +358,97 @@ def blade(width, height):
     return texel
 
 
+class Land:
+    """A mountain range behind a lake, as heights from 0 to 1 over the unit square; v = 0 is the near side."""
+
+    def __init__(self):
+        self.broad, self.bend = Noise(91, 3, 3, 2), Noise(92, 4, 4, 3)
+        self.ridges = [Noise(93 + k, 4 << k, 4 << k, 1) for k in range(5)]
+
+    def __call__(self, u, v):
+        u0, v0 = u, v
+        u, v = u + 0.09 * (self.bend(u, v) - 0.5), v + 0.09 * (self.bend(v, u) - 0.5)
+        crest, share, total = 0.0, 1.0, 0.0
+        for ridge in self.ridges:
+            edge = 1 - abs(2 * ridge(u, v) - 1)
+            crest += share * edge * edge * (0.35 + 0.65 * min(2 * total, 1.0) if total else 1.0)
+            total = crest / 2
+            share *= 0.42
+        mountains = step(0.34, 1.0, v0 + 0.14 * (self.broad(u, v) - 0.5))
+        basin = math.exp(-((u0 - 0.46) / 0.27) ** 2 - ((v0 - 0.24) / 0.17) ** 2)
+        sides = 0.16 * (abs(2 * u0 - 1) ** 2.2)
+        return 0.1 + 0.36 * mountains * (0.4 + crest) + sides * (0.5 + crest) + 0.035 * crest - 0.13 * basin
+
+
+LAKE = 0.077  # height of the water in those of the land
+
+
+def land_heights(size, land):
+    def texel(x, y):
+        return (land((x + 0.5) / size, 1 - (y + 0.5) / size),)
+
+    return texel
+
+
+def land_colors(size, land, high):
+    """What grows at a height and on a slope. `high`: the height 1 in widths of the land."""
+    patches, grit = Noise(101, 6, 6, 4), Noise(102, 48, 48, 2)
+    grass, wood, rock, scree = (0.36, 0.42, 0.20), (0.20, 0.29, 0.14), (0.46, 0.43, 0.40), (0.60, 0.57, 0.52)
+    snow, shore = (0.93, 0.94, 0.96), (0.52, 0.47, 0.38)
+
+    def texel(x, y):
+        u, v, d = (x + 0.5) / size, 1 - (y + 0.5) / size, 0.7 / size
+        height = land(u, v) + 0.03 * (grit(u, v) - 0.5)
+        slope = high * math.hypot(land(u + d, v) - land(u - d, v), land(u, v + d) - land(u, v - d)) / (2 * d)
+        color = blend(grass, wood, step(0.42, 0.58, patches(u, v)))
+        color = blend(color, scree, step(0.27, 0.36, height))
+        color = blend(color, blend(rock, scree, grit(v, u)), step(0.5, 0.85, slope))
+        color = blend(color, snow, step(0.34, 0.46, height) * (1 - step(0.95, 1.3, slope)))
+        color = blend(shore, color, step(LAKE, LAKE + 0.012, height))
+        return tuple(round(40 * c * (0.9 + 0.2 * grit(u, v))) / 40 for c in color)
+
+    return texel
+
+
+def pebbles(size):
+    """Bumps of many sizes, as heights, that tile."""
+    coarse, fine = Noise(103, 6, 6, 4), Noise(104, 24, 24, 3)
+
+    def texel(x, y):
+        u, v = (x + 0.5) / size, (y + 0.5) / size
+        return (round(96 * (0.65 * coarse(u, v) + 0.35 * fine(u, v))) / 96,)
+
+    return texel
+
+
+def spotted_coat(width, height):
+    """A cat's coat around a ball: dark rosettes on gold, white below. u goes around, v from the south pole up."""
+    rng = random.Random(111)
+    spots = []
+    for _ in range(1500):
+        z, turn = rng.uniform(-0.6, 1), rng.uniform(0, 2 * math.pi)
+        r = math.sqrt(1 - z * z)
+        place = (r * math.cos(turn), z, r * math.sin(turn))
+        if all(sum((a - b) ** 2 for a, b in zip(place, other[0])) > 0.1 for other in spots):
+            spots.append((place, rng.uniform(0.12, 0.17), rng.uniform(0, 6.3)))
+    gold, dark, middle, white = (0.80, 0.56, 0.26), (0.07, 0.045, 0.03), (0.58, 0.34, 0.13), (0.92, 0.88, 0.80)
+
+    def texel(x, y):
+        turn, polar = 2 * math.pi * (x + 0.5) / width, math.pi * (1 - (y + 0.5) / height)
+        here = (math.sin(polar) * math.cos(turn), -math.cos(polar), math.sin(polar) * math.sin(turn))
+        color = blend(white, gold, step(-0.75, -0.3, here[1]))
+        for place, radius, phase in spots:
+            away = math.sqrt(sum((a - b) ** 2 for a, b in zip(here, place)))
+            if away > 2 * radius:
+                continue
+            around = math.atan2(here[1] - place[1], (here[0] - place[0]) * place[2] - (here[2] - place[2]) * place[0])
+            away /= radius * (1 + 0.25 * math.sin(3 * around + phase))
+            color = blend(blend(dark, middle, 1 - step(0.4, 0.6, away)), color, step(0.9, 1.1, away))
+        return tuple(round(48 * c) / 48 for c in color)
+
+    return texel
+
+
 def checkers(x, y):
     return (1.0, 0.98, 0.95) if (x + y) % 2 else (0.34, 0.35, 0.38)
 
@@ -377,6 +469,11 @@ def main():
     write_png(meadow / "ground.png", 128, 128, 3, meadow_ground(128))
     write_png(meadow / "blade.png", 2, 32, 3, blade(2, 32))
     write_png(scenes / "tinted/image/checkers.png", 2, 2, 3, checkers)
+    terrain, land = scenes / "terrain/image", Land()
+    write_png(terrain / "height.png", 256, 256, 1, land_heights(256, land), 2)
+    write_png(terrain / "land.png", 256, 256, 3, land_colors(256, land, 0.325))
+    write_png(terrain / "pebbles.png", 64, 64, 1, pebbles(64))
+    write_png(scenes / "furry/image/coat.png", 192, 96, 3, spotted_coat(192, 96))
 
 
 if __name__ == "__main__":

@@ -14,6 +14,6 @@ need() {
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2
 }
 
-build_packages=(g++ cmake ninja-build libfreeimage-dev libcli11-dev)
-test_packages=("${build_packages[@]}" libgtest-dev pkg-config binutils)
+build_packages=(g++ cmake ninja-build libfreeimage-dev libcli11-dev libglut-dev)
+test_packages=("${build_packages[@]}" libgtest-dev pkg-config binutils xvfb)
 check_packages=("${test_packages[@]}" clang-format)
