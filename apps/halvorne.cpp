@@ -12,6 +12,7 @@
 
 #include "hv.h"
 #include "hvx.h"
+#include "lint.h"
 #include "options.h"
 #include "output_file.h"
 #include "progress.h"
@@ -77,6 +78,7 @@ void ApplySettings(const Options& options)
     if (options.seed) hvxSetSeed(*options.seed);
     if (options.threads) hvxSetThreadCount(*options.threads);
     if (options.quiet) hvxSetReport(false);
+    hvSetPreviewWindow(options.preview);
     hvxSetPictureChild(true, 0, 0);  // scenes come from anywhere
 }
 
@@ -181,13 +183,17 @@ int Render(const Options& options, const Plan& plan)
 
     hvInitialize();
     hvxImage film{};
-    if (!hvxGetCameraAOV(0, 0, &film)) return Fail("no memory for the camera's film");
+    if (!hvxGetCameraAOV(0, 0, &film)) {
+        if (!options.preview) return Fail("no memory for the camera's film");
+        // Without a display nothing is prepared. The report has said so, unless it is off.
+        return options.quiet ? Fail("no display for the preview, or no memory for the camera's film") : kFailed;
+    }
     progress.Start();
     hvRender();
     hvFinalize();
 
     if (!files.beauty_written || !files.failed.empty()) return kFailed;
-    if (progress.is_stopped() && !options.quiet)
+    if (progress.is_unfinished() && !options.quiet)
         std::fputs("halvorne: stopped early: the picture has more noise, those of --aov are darker\n", stderr);
     if (!options.quiet) std::fprintf(stderr, "halvorne: wrote %s\n", plan.beauty.c_str());
     return kPictureWritten;
@@ -216,6 +222,8 @@ int RunSession(const Options& options, const Plan& plan)
 
 int main(int argument_count, char** arguments)
 {
+    if (const std::optional<int> status = RunCommand(argument_count, arguments)) return *status;
+
     Options options;
     if (const std::optional<int> status = ReadOptions(argument_count, arguments, options)) return *status;
 

@@ -139,6 +139,9 @@ std::optional<int> ReadOptions(int argument_count, char** arguments, Options& op
 {
     CLI::App app("Renders a scene folder to a picture.", "halvorne");
     bool     keep_folder = false;
+    app.footer(
+        "Other commands: 'halvorne lint SCENE-FOLDER' looks for mistakes in scene files, 'halvorne keywords'\n"
+        "lists their keywords.");
     app.set_version_flag("--version", std::string("halvorne ") + hvxVersion());
     app.add_option("scene-folder", options.scene, "folder with shader, render, light, camera and geometry")->required();
     app.add_option("-o,--output", options.output,
@@ -155,6 +158,8 @@ std::optional<int> ReadOptions(int argument_count, char** arguments, Options& op
     AddSeedOption(app, options);
     app.add_flag("--path-tracing", options.path_tracing,
                  "paths end at no density cell, as with distance 0 and resolution 0");
+    app.add_flag("--preview", options.preview,
+                 "show the picture in a window while it converges; closing it ends the render");
     app.add_flag("-q,--quiet", options.quiet, "print errors of this program only");
     app.add_flag("--no-chdir", keep_folder, "geometry paths of the scene are relative to the present folder");
     try {

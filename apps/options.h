@@ -27,6 +27,7 @@ struct Options {
     std::optional<int>                threads;
     std::optional<std::uint64_t>      seed;
     bool                              path_tracing  = false;  ///< no path ends at a density cell
+    bool                              preview       = false;  ///< a window shows the picture as it converges
     bool                              quiet         = false;
     bool                              change_folder = true;
 };

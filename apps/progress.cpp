@@ -34,12 +34,13 @@ void Progress::Start() { start_ = printed_ = Clock::now(); }
 
 bool Progress::AfterFrame(int finished, int total)
 {
-    stopped_ = stop_requested != 0 && finished < total;
-    if (!visible_) return !stopped_;
+    const bool is_stopped = stop_requested != 0 && finished < total;
+    unfinished_           = finished < total;
+    if (!visible_) return !is_stopped;
 
     const Clock::time_point now     = Clock::now();
-    const bool              is_last = finished == total || stopped_;
-    if (!is_last && now - printed_ < std::chrono::milliseconds(100)) return !stopped_;
+    const bool              is_last = finished == total || is_stopped;
+    if (!is_last && now - printed_ < std::chrono::milliseconds(100)) return !is_stopped;
     printed_ = now;
 
     // The line ends at column 1, so that the library's next line, or the last one here, covers it.
@@ -51,5 +52,5 @@ bool Progress::AfterFrame(int finished, int total)
                      left % 60);
     }
     std::fflush(stderr);
-    return !stopped_;
+    return !is_stopped;
 }

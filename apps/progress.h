@@ -15,13 +15,14 @@ public:
     /// False when the render is to stop here.
     bool AfterFrame(int finished, int total);
 
-    bool is_stopped() const { return stopped_; }
+    /// Whether frames are missing: stopped, or the preview window was closed.
+    bool is_unfinished() const { return unfinished_; }
 
 private:
     using Clock = std::chrono::steady_clock;
 
     bool              visible_;
-    bool              stopped_ = false;
+    bool              unfinished_ = true;
     Clock::time_point start_, printed_;
 };
 

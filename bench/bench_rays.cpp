@@ -3,20 +3,16 @@
 
 #include "accel/accel.h"
 #include "model.h"
+#include "race.h"
 #include "recipe.h"
 #include "session/settings.h"
 #include "timing.h"
-#include "walker.h"
 
-#include <omp.h>
 #include <CLI/CLI.hpp>
 
-#include <atomic>
 #include <cstdio>
 
 namespace {
-
-constexpr std::size_t kSpan = 4096;  ///< rays that a thread takes at a time
 
 struct Options {
     std::string              model;
@@ -54,60 +50,12 @@ void SetPoint(const std::vector<float>& values, hv::Vector& point, bool& given)
     if (given) point = {values[0], values[1], values[2]};
 }
 
-double ShootAll(Shoot shoot, const RaySet& set, int threads, std::vector<Answer>& answers)
-{
-    return TimeOf([&] {
-        std::atomic<std::size_t> next{0};
-#pragma omp parallel num_threads(threads)
-        for (std::size_t first = next.fetch_add(kSpan); first < set.rays.size(); first = next.fetch_add(kSpan))
-            shoot(set, first, std::min(first + kSpan, set.rays.size()), omp_get_thread_num(), answers.data());
-    });
-}
-
-/// On a busy machine the fastest run says more than the middle one.
-double Best(const std::vector<double>& seconds) { return *std::min_element(seconds.begin(), seconds.end()); }
-
-struct Walker {
-    const char*         name;
-    Shoot               shoot;
-    std::vector<Answer> answers;
-    std::vector<double> seconds;
-};
-
-std::vector<Walker> Walkers(const RaySet& set)
-{
-    std::vector<Walker> walkers;
-    walkers.push_back({"halvorne", ShootOwn, std::vector<Answer>(set.rays.size()), {}});
-#ifdef HV_WITH_EMBREE
-    walkers.push_back({"Embree", ShootEmbree, std::vector<Answer>(set.rays.size()), {}});
-#endif
-    return walkers;
-}
-
 void PrintDifferences(const char* with, const RaySet& set, const std::vector<Answer>& a, const std::vector<Answer>& b,
                       float tolerance)
 {
     const Differences d = Compare(set, a, b, tolerance);
     std::printf("  %-8s against %s: %zu hit in one only, %zu other distances, %zu other triangles of %zu rays\n",
                 set.name.c_str(), with, d.one_sided, d.distance, d.triangle, set.rays.size());
-}
-
-void TimeSet(const RaySet& set, int threads, const Options& options, std::vector<Walker>& walkers)
-{
-    for (Walker& walker : walkers) walker.seconds.clear();
-    for (Walker& walker : walkers) ShootAll(walker.shoot, set, threads, walker.answers);  // warms up, not counted
-    for (int run = 0; run < options.runs; ++run)
-        for (Walker& walker : walkers) walker.seconds.push_back(ShootAll(walker.shoot, set, threads, walker.answers));
-
-    const double millions = 1e-6 * static_cast<double>(set.rays.size());
-    std::printf("  %-8s %3d threads", set.name.c_str(), threads);
-    for (const Walker& walker : walkers)
-        std::printf("  %s %8.3f Mrays/s", walker.name, millions / Median(walker.seconds));
-    if (walkers.size() > 1)
-        std::printf("  ratio %.3f, of the best runs %.3f", Median(walkers[1].seconds) / Median(walkers[0].seconds),
-                    Best(walkers[1].seconds) / Best(walkers[0].seconds));
-    std::printf("\n");
-    std::fflush(stdout);
 }
 
 /// Every second ray of a set, from the first or from the second on.
@@ -148,8 +96,8 @@ void TimeTuning(const RaySet& set, const Options& options)
 
 void BenchSet(const RaySet& set, const Options& options)
 {
-    std::vector<Walker> walkers = Walkers(set);
-    for (const int threads : options.threads) TimeSet(set, threads, options, walkers);
+    std::vector<Walker> walkers = MakeWalkers(set);
+    for (const int threads : options.threads) TimeSet(set, threads, options.runs, walkers);
     if (walkers.size() > 1) PrintDifferences("Embree", set, walkers[0].answers, walkers[1].answers, options.tolerance);
     if (set.kind == RayKind::Occlusion) TimeTuning(set, options);
 

@@ -1,4 +1,4 @@
-#include "geometry/object.h"
+#include "geometry/corners.h"
 #include "walker.h"
 
 #include <embree3/rtcore.h>
@@ -36,6 +36,19 @@ struct IndexTriple {
     std::uint32_t i0, i1, i2;
 };
 
+struct Float4 {
+    float x, y, z, w;
+};
+
+/// A scene of one geometry, which is released.
+void CommitScene(RTCGeometry geometry)
+{
+    rtcCommitGeometry(geometry);
+    rtcAttachGeometry(scene, geometry);
+    rtcReleaseGeometry(geometry);
+    rtcCommitScene(scene);
+}
+
 }  // namespace
 
 void MakeEmbreeScene(const hv::Part& part)
@@ -49,10 +62,28 @@ void MakeEmbreeScene(const hv::Part& part)
     auto* faces = static_cast<IndexTriple*>(
         NewBuffer<IndexTriple>(geometry, RTC_BUFFER_TYPE_INDEX, RTC_FORMAT_UINT3, part.triangles.size()));
     for (const hv::Triangle& face : part.triangles) *faces++ = {face.i0, face.i1, face.i2};
-    rtcCommitGeometry(geometry);
-    rtcAttachGeometry(scene, geometry);
-    rtcReleaseGeometry(geometry);
-    rtcCommitScene(scene);
+    CommitScene(geometry);
+}
+
+// Both hold the same cubic: this side's Hermite tangents are the derivatives at s = 0 and 1, too, in the units of s.
+void MakeEmbreeCurves(const hv::Part& part, unsigned pieces)
+{
+    device                  = rtcNewDevice(nullptr);
+    scene                   = rtcNewScene(device);
+    RTCGeometry       curve = rtcNewGeometry(device, RTC_GEOMETRY_TYPE_FLAT_HERMITE_CURVE);
+    const std::size_t count = part.positions.size();
+    auto* vertices = static_cast<Float4*>(NewBuffer<Float4>(curve, RTC_BUFFER_TYPE_VERTEX, RTC_FORMAT_FLOAT4, count));
+    auto* tangents = static_cast<Float4*>(NewBuffer<Float4>(curve, RTC_BUFFER_TYPE_TANGENT, RTC_FORMAT_FLOAT4, count));
+    for (std::uint32_t v = 0; v < count; ++v) {
+        const hv::Vector p = part.positions[v], t = hv::TangentAt(part, v);
+        vertices[v] = {p.x, p.y, p.z, hv::RadiusAt(part, v)};
+        tangents[v] = {t.x, t.y, t.z, 0.0f};  // radii without a slope: those of the bench are even
+    }
+    auto* starts = static_cast<std::uint32_t*>(
+        NewBuffer<std::uint32_t>(curve, RTC_BUFFER_TYPE_INDEX, RTC_FORMAT_UINT, part.cylinders.size()));
+    std::copy(part.cylinders.begin(), part.cylinders.end(), starts);
+    rtcSetGeometryTessellationRate(curve, static_cast<float>(pieces));
+    CommitScene(curve);
 }
 
 void ReleaseEmbreeScene()

@@ -26,7 +26,7 @@ function class(name) {
     if (name ~ /LookupTexture|FetchTexel|Texel|SlotTexture|powf|ReadImagePixel/) return "textures"
     if (name ~ /PickEmitter|SampleSky|SkyDensity|SkyUV|SkyColor|SkyRadiance|SampleEmitter|PickIndex|SpotFactor|SampleAnalytic|SkyTexel|SampleLight|MeanOfSamples|LightDirect|SurfaceEmission|MissRadiance|SkyDirect/) return "lights"
     if (name ~ /Walk|Trace(Closest|Occlusion|Probe)|Occlude|Intersect|Instance|Leaf|Leaves|Lanes|Slab|FindLeaves|Attenuate|TestLoose|TestLong|EvaluateShadow/) return "traversal"
-    if (name ~ /^hv::|Evaluate|Scatter|Radiance|Ward|Cosine|sincos|sinf|cosf|expf|logf|atan2|acosf|Slot|Layer|Spawn|Derive|memset|memcpy/) return "shading"
+    if (name ~ /^hv::|Evaluate|Scatter|Radiance|Ward|Cosine|sincos|sinf|cosf|expf|logf|atan2|acosf|Slot|Layer|Spawn|Derive|Hair|Longitud|Bessel|memset|memcpy/) return "shading"
     return "the rest"
 }
 {

@@ -21,7 +21,7 @@ Sphere SphereAround(const hv::Box& box)
     return {0.5f * (box.min + box.max), 0.5f * std::sqrt(hv::Dot(diagonal, diagonal))};
 }
 
-RaySet MakeCameraRays(const Sphere& scene, const View& view)
+RaySet CameraRays(const Sphere& scene, const View& view)
 {
     const Vector towards = hv::Normalized({0.4f, 0.3f, 1.0f});
     const Vector target  = view.has_target ? view.target : scene.center;
@@ -111,10 +111,12 @@ FileRay MakeShadowRay(const SurfaceStart& start, const Sphere& scene, Pcg32& ran
 
 }  // namespace
 
+RaySet MakeCameraRays(const hv::Box& bounds, const View& view) { return CameraRays(SphereAround(bounds), view); }
+
 std::array<RaySet, 3> MakeRaySets(const hv::Part& part, const View& view)
 {
     const Sphere scene  = SphereAround(UsedBounds(part));
-    RaySet       camera = MakeCameraRays(scene, view);
+    RaySet       camera = CameraRays(scene, view);
     const auto   starts = FindStarts(part, camera);
     const auto   count  = camera.rays.size();
     Pcg32        bounce_random(2, 2), shadow_random(3, 3);

@@ -13,9 +13,6 @@
  *  codes: what goes wrong prints one line on standard output and work goes on. A handle that names nothing, a null
  *  pointer or a count that does not fit is ignored; an hvAdd... function then returns -1. Lengths are metres, angles
  *  degrees, colours linear RGB. Additions to this interface live in hvx.h.
- *
- *  The interface is whole; some of what it stores takes effect in later releases: the preview window, displacement,
- *  smoothing by angle and hair. The table in README.md tells what works.
  */
 #ifndef HV_H
 #define HV_H
@@ -199,8 +196,14 @@ HV_API void hvFinalizeGeometryLight(void); /**< the same function as hvFinalizeS
 HV_API void hvFinalizeGaffer(void);
 HV_API void hvFinalizeRenderer(void);
 
-/** Asks for the converging picture in a window. Set before hvRender or hvGo. Default: false. This release has no
- *  window: it says so once and renders without. */
+/** Shows the picture in a window while it converges. Set before hvInitialize or hvGo, at the latest before hvRender.
+ *  Default: false.
+ *  hvRender and hvGo then return when the window is closed, by the user, not after the last frame. Closing it earlier
+ *  ends the render: the beauty picture is written as it stands, and hvFinalize writes the others. The window answers
+ *  between two frames. Values are shown as they are, clipped to 0 to 1, without gamma.
+ *  Without a display that can be reached (variable DISPLAY) one error line says so; hvInitialize then prepares and
+ *  hvRender renders nothing, and hvGo returns at once. Without a camera there is no window. A library built with
+ *  HV_PREVIEW=OFF prints one warning and renders without. */
 HV_API void hvSetPreviewWindow(bool on);
 
 /** Stored, read by nothing: pictures and preview are linear. Default: 2.2. */

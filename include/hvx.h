@@ -38,6 +38,29 @@ HV_API void hvxPrintBanner(void);
  *  hvInitialize. Returns the number of scene files read, or -1 if the folder cannot be opened. */
 HV_API int hvxLoadScene(const char* folder);
 
+/** Something in a scene folder that is not as its author will have meant it. The texts are valid during the call. */
+typedef struct hvxFinding {
+    const char* file;         /**< path, or the folder itself */
+    int         line, column; /**< from 1, columns in bytes; 0: the file or folder as a whole */
+    bool        is_error;     /**< the scene lacks what is written there; false: it is read, but in vain or oddly */
+    const char* text;         /**< one line, without a line end */
+} hvxFinding;
+
+/** Reads a scene folder as hvxLoadScene does and tells what is wrong with it, where loading and rendering are silent:
+ *  words that are no keywords, blocks that end too early or never, values that cannot be read, missing files, names
+ *  that nothing defines, settings without effect. Pictures are looked for, not read; of models the names of materials
+ *  are read. Session, report and settings stay as they are; it may be called before hvStartup.
+ *  callback    called for each finding, sorted by file and line; null: none
+ *  user        passed on
+ *  Returns the number of findings, -1 if the folder cannot be opened. */
+typedef void (*hvxFindingCallback)(const hvxFinding* finding, void* user);
+HV_API int hvxCheckScene(const char* folder, hvxFindingCallback callback, void* user);
+
+/** Tells all keywords of scene files: tables in Markdown, a block each, with values, units and defaults, made from what
+ *  the reader itself goes by. The callback gets line after line, without line ends; a line is valid during the call. */
+typedef void (*hvxLineCallback)(const char* line, void* user);
+HV_API void hvxListKeywords(hvxLineCallback callback, void* user);
+
 /** Number of cameras in the session. */
 HV_API int hvxGetCameraCount(void);
 
@@ -104,6 +127,12 @@ HV_API void hvxSetWriteCallback(hvxWriteCallback callback, void* user); /**< nul
  *  The callback may end the process itself; if it returns, the message of the limit follows, and exit code 1. */
 typedef void (*hvxDensityCallback)(double megabytes, double total_megabytes, float resolution, void* user);
 HV_API void hvxSetDensityCallback(hvxDensityCallback callback, void* user); /**< null: none, the default */
+
+/** Absorption inside fibres that wear a shader, per radius of the fibre: each channel at least 0, default 0 0 0, which
+ *  is clear. It colours the light that goes through a fibre (the lobes TT and TRT of a Dielectric shader) and leaves the
+ *  highlight on its surface white, as in real hair. Set it before hvInitialize. A bad handle, a negative or non-finite
+ *  channel change nothing. */
+HV_API void hvxSetHairAbsorption(int shader, float r, float g, float b);
 
 /** Decodes each picture file in a forked child process, so that a file that crashes, stalls or swamps its decoder costs
  *  that picture and one error line of the report, never the host. Files of uncommon formats, whose decoders nothing

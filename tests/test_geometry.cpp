@@ -235,23 +235,100 @@ TEST_F(Geometry, DisorderedStrandsStayLinear)
     EXPECT_EQ(part.scalars[1].values[150000], 150000.0f / 299990.0f);
 }
 
-TEST_F(Geometry, StrandsTakeTheUVOfTheFaceTheyGrowOn)
+/// Strands of two segments that stand on `roots`, with texture coordinates of their own.
+Part StrandsOn(const std::vector<Vector>& roots)
 {
-    const std::uint32_t object      = AddObject("fur");
-    AddSquare(object).uvs[0].values = {{0, 0}, {1, 0}, {1, 1}, {0, 1}};
-    Part& fur                       = Objects[object].parts.emplace_back();
-    fur.positions                   = {{0.25f, 0.5f, 0}, {0.25f, 0.5f, 0.1f}, {5, 5, 5}, {5, 5, 6}};
-    fur.cylinders                   = {0, 2};
-    fur.strandSizes                 = {1, 1};
-    fur.uvs[0].values               = std::vector<Vector2>(4, Vector2{9, 9});
-    fur.scalars[0].values           = std::vector<float>(4, 0.01f);
-    Prepare();
-    const auto& uvs = Objects[object].parts[1].uvs[0].values;
-    for (const std::size_t i : {0u, 1u}) {
-        EXPECT_NEAR(uvs[i].u, 0.25f, 1e-6f);
-        EXPECT_NEAR(uvs[i].v, 0.5f, 1e-6f);
+    Part part;
+    for (const Vector root : roots) {
+        const auto first = static_cast<std::uint32_t>(part.positions.size());
+        part.cylinders.insert(part.cylinders.end(), {first, first + 1});
+        part.strandSizes.push_back(2);
+        for (const float height : {0.0f, 1.0f, 2.0f})
+            part.positions.push_back(root + height * Vector{0.1f, 0.2f, 0.9f});
     }
-    EXPECT_EQ(uvs[2], Vector2{});
+    part.uvs[0].values     = std::vector<Vector2>(part.positions.size(), Vector2{9, 9});
+    part.scalars[0].values = std::vector<float>(part.positions.size(), 0.001f);
+    return part;
+}
+
+void ExpectStrandUVs(const Part& strands, const std::vector<Vector2>& expected)
+{
+    ASSERT_EQ(strands.uvs[0].values.size(), 3 * expected.size());
+    for (std::size_t vertex = 0; vertex < strands.uvs[0].values.size(); ++vertex) {
+        const Vector2 uv = strands.uvs[0].values[vertex], wanted = expected[vertex / 3];
+        ASSERT_NEAR(uv.u, wanted.u, 1e-5f) << "strand " << vertex / 3;
+        ASSERT_NEAR(uv.v, wanted.v, 1e-5f) << "strand " << vertex / 3;
+    }
+}
+
+// Texture coordinates that are linear in the place on a tilted plane: a root has those of its foot, on whichever face.
+const Vector kCorner{3, -2, 1}, kAlong{0.8f, 0.1f, 0.3f}, kAcross{-0.2f, 0.9f, 0.4f};
+Vector       PlaceOf(Vector2 uv) { return kCorner + uv.u * kAlong + uv.v * kAcross; }
+
+TEST_F(Geometry, StrandsTakeTheUVOfTheirFoot)
+{
+    const Vector up = Normalized(Cross(kAlong, kAcross));
+    for (const bool whole : {false, true}) {
+        SCOPED_TRACE(whole ? "tetragons" : "triangles");
+        const std::uint32_t object = AddObject("fur");
+        Part&               faces  = Objects[object].parts.emplace_back();
+        for (const float sheet : {0.0f, 1.0f}) {  // the upper one is smaller and has greater coordinates
+            const auto  first = static_cast<std::uint32_t>(faces.positions.size());
+            const float low = 0.1f * sheet, high = 1 - 0.3f * sheet;
+            for (const Vector2 uv : {Vector2{low, low}, {high, low}, {high, high}, {low, high}}) {
+                faces.positions.push_back(PlaceOf(uv) + sheet * up);
+                faces.uvs[0].values.push_back({uv.u + 5 * sheet, uv.v + 5 * sheet});
+            }
+            if (whole) faces.tetragons.push_back({first, first + 1, first + 2, first + 3, 0});
+            if (!whole) faces.triangles.push_back({first, first + 1, first + 2, 0});
+            faces.triangles.push_back({first, first + 2, first, 0});  // without an area
+        }
+        const std::vector<Vector2> feet      = {{0.6f, 0.25f}, {0.875f, 0.75f}, {0.5f, 0.125f},
+                                                {1, 1},        {1.1f, 0.5f},    {0.5f, -0.1f}};
+        const float                heights[] = {0.4f, -0.4f, 0.7f, 0.3f, 0.0f, 0.0f};
+        const std::vector<Vector2> expected  = {feet[0], feet[1], {5.5f, 5.125f}, {1, 1}, {0, 0}, {0, 0}};
+        std::vector<Vector>        roots;
+        for (std::size_t i = 0; i < feet.size(); ++i) roots.push_back(PlaceOf(feet[i]) + heights[i] * up);
+        Objects[object].parts.push_back(StrandsOn(roots));
+        Prepare();
+        ExpectStrandUVs(Objects[object].parts[1], expected);
+        Clear();
+        EnsureDefaultShader();
+    }
+}
+
+// Roots on edges and corners must not slip between the faces that meet there, nor the search lose faces among the hair.
+TEST_F(Geometry, RootsOnEdgesSlipThroughNoMesh)
+{
+    constexpr std::uint32_t kSide = 40;
+    for (const bool whole : {false, true}) {
+        SCOPED_TRACE(whole ? "tetragons" : "triangles");
+        const std::uint32_t  object = AddObject("fur");
+        Part&                mesh   = Objects[object].parts.emplace_back();
+        std::vector<Vector2> expected;
+        std::vector<Vector>  roots;
+        for (std::uint32_t v = 0; v <= kSide; ++v)
+            for (std::uint32_t u = 0; u <= kSide; ++u) {
+                const auto at = [&](float right, float down) {
+                    return Vector2{(static_cast<float>(u) + right) / kSide, (static_cast<float>(v) + down) / kSide};
+                };
+                mesh.positions.push_back(PlaceOf(at(0, 0)));
+                mesh.uvs[0].values.push_back(at(0, 0));
+                if (u == kSide || v == kSide) continue;
+                const std::uint32_t a = v * (kSide + 1) + u, b = a + 1, c = b + kSide + 1, d = c - 1;
+                if (whole) mesh.tetragons.push_back({a, b, c, d, 0});
+                if (!whole) mesh.triangles.insert(mesh.triangles.end(), {{a, b, c, 0}, {c, d, a, 0}});
+                for (const Vector2 place : {at(0, 0), at(0.37f, 0), at(0, 0.61f), at(0.3f, 0.3f), at(0.8f, 0.1f)}) {
+                    expected.push_back(place);
+                    roots.push_back(PlaceOf(place));
+                }
+            }
+        Objects[object].parts.push_back(StrandsOn(roots));
+        Prepare();
+        ExpectStrandUVs(Objects[object].parts[1], expected);
+        Clear();
+        EnsureDefaultShader();
+    }
 }
 
 TEST_F(Geometry, OverridesMarkHairAtWhateverDepth)

@@ -197,7 +197,7 @@ TEST_F(Grammar, ObjectSectionsMakePartsAndInstances)
     };
     EXPECT_EQ(count("error :( \timage - p.exr\tcannot be found\n"), 3);
     EXPECT_EQ(count("error :( \timage - u.exr\tcannot be found\n"), 2);
-    EXPECT_EQ(count("warning :( \tobject - hair files are not read yet: h.hair"), 1);
+    EXPECT_EQ(count("cannot open h.hair\n"), 1);
     EXPECT_EQ(count("error :( \tobject - cannot open /nowhere/x.obj\n" + std::string(80, '_')), 1);
 }
 

@@ -260,25 +260,37 @@ bool SameBytes(const T& a, const T& b)
 
 TEST_F(Hierarchy, ResultDoesNotDependOnThreads)
 {
-    const int    threads_before = omp_get_max_threads();
-    const Object source         = MixedSoup(150000, 11);
-    Object       first;
-    for (const int threads : {1, 2, 8}) {
+    const int threads_before = omp_get_max_threads();
+    Object    source         = MixedSoup(100000, 11);
+    Random    random(12);
+    Part&     moving = source.parts[0];
+    source.hasMotion = moving.hasMotion = true;
+    moving.vectors.push_back({"motion", {}});
+    for (const Vector& p : moving.positions)
+        moving.vectors[0].values.push_back(0.2f * p + 0.1f * PointIn(random, -1, 1));
+    Object built, moved;
+    for (const int threads : {1, 2, 7}) {
         SCOPED_TRACE(threads);
         omp_set_num_threads(threads);
+        const auto check = [threads](const Object& object, Object& first) {
+            if (threads == 1) {
+                CheckWide(object);
+                first = object;
+            }
+            EXPECT_EQ(object.cost, first.cost);
+            EXPECT_EQ(object.wideDepth, first.wideDepth);
+            EXPECT_EQ(object.wideRefs, first.wideRefs);
+            EXPECT_TRUE(SameBytes(object.wideNodes, first.wideNodes));
+            EXPECT_TRUE(SameBytes(object.leafBlocks, first.leafBlocks));
+        };
         Object object = source;
-        Prepare(object);
+        Prepare(object, 8);
         SortWideLanes(object);
-        if (threads == 1) {
-            CheckWide(object);
-            first = object;
-        }
-        EXPECT_EQ(object.cost, first.cost);
-        EXPECT_EQ(object.wideDepth, first.wideDepth);
-        EXPECT_EQ(object.wideRefs, first.wideRefs);
-        EXPECT_TRUE(SameBytes(object.wideNodes, first.wideNodes));
-        EXPECT_TRUE(SameBytes(object.leafBlocks, first.leafBlocks));
+        check(object, built);
+        for (int frame = 0; frame < 2; ++frame) Update(object, false, 8);
+        check(object, moved);
     }
+    EXPECT_NE(built.wideRefs, moved.wideRefs) << "motion did not change the tree";
     omp_set_num_threads(threads_before);
 }
 

@@ -20,6 +20,9 @@ render() {
     expect_status "$1" "$2" "$halvorne" scene --size 16x12 --frames 2 -o out.hdr
     if [ "$1" = 0 ] && [ ! -s out.hdr ]; then fail "$2: no picture"; fi
     if [ "$1" != 0 ] && [ "$(wc -l <stderr)" != 1 ]; then fail "$2: not told in one line"; fi
+    # The checker reads the same files to their end; most have something for it to tell.
+    timeout -k 5 60 "$halvorne" lint scene >lint 2>&1
+    [ $? -le 1 ] || fail "$2: the checker ends in another way than with 0 or 1"
 }
 
 # try_lines KIND FILE TEMPLATE: each line of standard input in the place of LINE, with \n for line ends in the template.

@@ -109,10 +109,11 @@ std::vector<Color> CellPower(bool front)
     const DensityCells& cells = part.tetragonCells;
     std::vector<Color>  power;
     for (std::size_t i = 0; i < cells.grids.size(); ++i) {
-        const Vector* const corners = &part.positions[4 * i];
-        const float         area    = Length(Cross(corners[1] - corners[0], corners[3] - corners[0]));
-        const std::size_t   count   = cells.grids[i].size * cells.grids[i].size;
-        const Color* const  first   = (front ? cells.front : cells.back).data() + cells.grids[i].base;
+        const Tetragon&    face  = part.tetragons[i];
+        const Vector       p0    = part.positions[face.i0];
+        const float        area  = Length(Cross(part.positions[face.i1] - p0, part.positions[face.i3] - p0));
+        const std::size_t  count = cells.grids[i].size * cells.grids[i].size;
+        const Color* const first = (front ? cells.front : cells.back).data() + cells.grids[i].base;
         power.push_back(Sum({first, count}) * (area / static_cast<float>(count)));
     }
     return power;

@@ -1,6 +1,7 @@
 // The walks over hierarchies, against a linear scan over all primitives with the scalar tests: the same bits, whatever
 // the hierarchy and the packing of its leaves.
 
+#include "accel/leaf_tests.h"
 #include "accel/primitives.h"
 #include "accel_scenes.h"
 #include "scene/obj_import.h"
@@ -303,6 +304,99 @@ TEST_F(Walk, EqualsAScanOfEverything)
             TuneChildOrder(Objects[0]);  // by the visits of shadow rays of the first frame
             CompareWithScan(random, 200, has_ties);
         }
+}
+
+/// Strands of four bent segments that get thinner, near the point `middle`, with tangents that lean off the curve.
+Part Tangle(Random& random, unsigned strands, Vector middle)
+{
+    Part part;
+    part.shaderID = 1;
+    for (unsigned n = 0; n < strands; ++n) {
+        Vector      at = middle + Point(random), ahead = Normalized(Point(random));
+        const float length = Uniform(random, 0.9f, 1.5f), radius = Uniform(random, 0.002f, 0.05f);
+        for (unsigned k = 0; k <= 4; ++k) {
+            part.positions.push_back(at);
+            part.tangents.push_back(PackDirection(ahead + 0.3f * Point(random)));
+            part.scalars[0].values.push_back(radius * (1.0f - 0.2f * static_cast<float>(k)));
+            if (k < 4) part.cylinders.push_back(5 * n + k);
+            at += length * ahead;
+            ahead = Normalized(ahead + 0.3f * Point(random));
+        }
+    }
+    return part;
+}
+
+// Blocks of curves are turned down by a bound before they are tested; none may be lost by it, far from the origin
+// neither, nor where a block holds another part's curves, too.
+TEST_F(Walk, StrandsEqualAScanOfEverything)
+{
+    for (const float away : {0.0f, 100.0f}) {
+        Random       random(11);
+        const Vector middle{away, -away, away};
+        Objects.assign(1, {});
+        Objects[0].parts = {Tangle(random, 400, middle), Tangle(random, 100, middle)};
+        Finish(Objects[0]);
+        int hits = 0, shadows = 0;
+        for (int n = 0; n < 3000 && !HasFailure(); ++n) {
+            // Towards a curve, from near and from far, along it now and then.
+            const Part&  part   = Objects[0].parts[random() % 2];
+            const auto   vertex = part.cylinders[random() % part.cylinders.size()];
+            const Vector target = 0.5f * (part.positions[vertex] + part.positions[vertex + 1]);
+            const Vector along  = part.positions[vertex + 1] - part.positions[vertex];
+            const Vector from   = n % 4 == 0 ? along + 0.02f * Point(random) : Normalized(Point(random));
+            const Vector origin = target + (n % 3 == 0 ? 30.0f : 1.5f) * from + 0.05f * Point(random);
+            RayRecord    ray = MakeRay(origin, Normalized(target - origin)), scanned = ray, shadow = ray;
+            const bool   hit = TraceClosest(ray);
+            EXPECT_EQ(hit, Scan(Objects[0], scanned, false, 0)) << n;
+            if (hit) ExpectSameHit(ray, scanned);
+            hits += hit;
+            shadow.is_secondary = 1;
+            shadow.distance     = 1.6f;
+            const float lost    = ScanShadow(Objects[0], shadow, 0);
+            const bool  blocked = TraceOcclusion(shadow);
+            EXPECT_EQ(blocked, !(lost > kPresent)) << n;
+            EXPECT_TRUE(blocked || shadow.throughput == kWhite * lost) << n;
+            shadows += lost < 1.0f;
+        }
+        EXPECT_GT(hits, 1500);
+        EXPECT_GT(shadows, 500);
+    }
+}
+
+// Whatever the test of a curve accepts passes the bound, however wildly the curve runs: short segments, whose tangents
+// are too long for them, are hit far from where they lie.
+TEST_F(Walk, BoundOfCurvesLosesNone)
+{
+    Random random(12);
+    int    hits = 0, turned_down = 0;
+    for (int n = 0; n < 2000; ++n) {
+        const float size = std::exp2(Uniform(random, -4, 4));
+        Part        part;
+        for (unsigned v = 0; v < 16; ++v) {
+            part.positions.push_back(size * Point(random));
+            part.tangents.push_back(v % 5 == 0 ? PackedDirection{} : PackDirection(Point(random)));
+            part.scalars[0].values.push_back(Uniform(random, -0.01f, 0.1f));
+            if (v % 2 == 0) part.cylinders.push_back(v);
+        }
+        Show(std::move(part));
+        const Part& shown = Objects[0].parts[0];
+        for (const LeafBlock& block : Objects[0].leafBlocks)
+            for (int r = 0; r < 50; ++r) {
+                const Vector  origin = (r % 5 == 0 ? 20.0f : 1.5f) * size * Point(random);
+                RayRecord     ray    = MakeRay(origin, Normalized(0.7f * size * Point(random) - origin));
+                const Vector8 at = SplatVector8(ray.origin), along = SplatVector8(ray.direction);
+                const auto    near = NearCurves(block, 255, at, along, SumOfSizes(along), Splat8(ray.distance));
+                for (unsigned lane = 0; lane < block.used; ++lane) {
+                    CylinderHit hit;
+                    const bool  is_hit = IntersectCylinder(shown, block.index[lane], ray, hit);
+                    ASSERT_TRUE(!is_hit || (near >> lane & 1) != 0) << n << ' ' << r << ' ' << lane;
+                    hits += is_hit;
+                    turned_down += (near >> lane & 1) == 0;
+                }
+            }
+    }
+    EXPECT_GT(hits, 10000);
+    EXPECT_GT(turned_down, 100000);
 }
 
 // Exact for rigid placements: a turn by right angles, a mirror and a shift by a power of two lose no bit.

@@ -45,29 +45,33 @@ struct alignas(64) WideNode {
     float         minX[8], minY[8], minZ[8], maxX[8], maxY[8], maxZ[8];
     std::uint32_t first[8];       ///< inner lane: WideNode of the child; leaf lane: first entry in wideRefs
     std::uint16_t count[8];       ///< 0 for an inner lane, else number of references
-    std::uint8_t  blockLanes[8];  ///< leaf lane that lies in one of the two shared blocks: its lanes there; else 0
+    std::uint8_t  blockLanes[8];  ///< leaf lane that lies in one of the two shared blocks: its lanes there; leaf lane
+                                  ///< of curves: kCurveLeaf; else 0
     std::uint32_t block;          ///< first of the two leaf blocks that leaves of this node share; kNone when none does
-    std::uint32_t reserved;
+    std::uint32_t reserved;       ///< of node 0: 1 when there are leaves of curves, else 0
 };
 static_assert(sizeof(WideNode) == 256);
 
+/// In WideNode::blockLanes: all references of the leaf are cylinders, in blocks of their kind. No lanes look like it.
+inline constexpr std::uint8_t kCurveLeaf = 0xa5;
+
 inline constexpr std::uint32_t kBlockLength = 8;  ///< references of a leaf block
 
-/// Up to eight triangles or tetragons, packed for the lane test: exactly eight cache lines. Block b holds what
-/// wideRefs[8 b] to wideRefs[8 b + 7] name; the first `used` of these are references, the rest of kind None. The leaves
+/// Up to eight triangles, tetragons or cylinders, packed for the lane test: exactly eight cache lines. Block b holds
+/// what wideRefs[8 b] to wideRefs[8 b + 7] name; the first `used` of these are references, the rest of kind None. The leaves
 /// of one node share blocks: a leaf begins at any lane, and what does not fit goes on in the next block. Each block is
 /// of one kind class. values[24 n + 8 axis + lane] is a coordinate of vector n of a lane: of triangles p0, the normal n
-/// = e1 x e2, e2 x n and n x e1, with e1 = p1 - p0 and e2 = p2 - p0; of tetragons the corners. Lanes that are not used
-/// hold zeroes. Not set when made, as WideNode.
+/// = e1 x e2, e2 x n and n x e1, with e1 = p1 - p0 and e2 = p2 - p0; of tetragons the corners. Cylinders lie in rows of
+/// their own, see CurveRow. Lanes that are not used hold zeroes. Not set when made, as WideNode.
 struct alignas(64) LeafBlock {
     LeafBlock() {}
 
     float         values[96];
-    float         square[8];  ///< n . n of triangles
+    float         square[8];  ///< n . n of triangles; of cylinders z of the second tangent
     std::uint32_t index[8];   ///< primitive index of each lane, kNone when the lane is unused
-    std::uint32_t shader[8];  ///< stamped on a packed face
+    std::uint32_t shader[8];  ///< stamped on a packed face; of cylinders the first vertex
     std::uint16_t part[8];
-    std::uint8_t  kind;  ///< PrimitiveKind of all lanes when Triangle or Tetragon; else None: read wideRefs
+    std::uint8_t  kind;  ///< PrimitiveKind of all lanes when Cylinder, Triangle or Tetragon; else None: read wideRefs
     std::uint8_t  used;  ///< lanes in use, 1 to 8
     std::uint8_t  padding[14];
 };

@@ -41,18 +41,15 @@ void RefreshInstances(Object& object);
 /// than kTreeLevels levels as an error, once, and lists it all the same. Returns the number of levels.
 std::size_t CollectLevels(Object& object);
 
-/// Box and cost of a node: of an inner node from its children, of a leaf from its primitives.
+/// Box, cost and number of references of a node: of an inner node from its children, of a leaf from its primitives.
 void RefitNode(Object& object, std::uint32_t node);
 
 /// The same for a node that is known to be an inner one.
 void RefitInner(std::vector<BinaryNode>& nodes, std::uint32_t node);
 
-/// Exchanges children and grandchildren of an inner node where that makes it strictly cheaper. Box and cost of its
-/// children must be final; its own are recomputed. Leaves stay as they are.
+/// Exchanges children and grandchildren of an inner node where that makes it strictly cheaper. What RefitNode sets must
+/// be final in its children; its own is recomputed. Leaves stay as they are.
 void RotateNode(Object& object, std::uint32_t node);
-
-/// Sets `sum` of all binary nodes.
-void PropagateSum(Object& object);
 
 /// Makes wideNodes, wideVisits, wideRefs and wideDepth from a binary tree with boxes, costs and sums. An object without
 /// references gets one node of unused lanes.

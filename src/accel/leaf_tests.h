@@ -1,5 +1,6 @@
 #pragma once
 
+#include "accel/curve.h"
 #include "accel/primitives.h"
 #include "accel/slab.h"
 
@@ -12,7 +13,8 @@ namespace hv {
 /// A ray splat over eight lanes, with the primitives that it does not see for each packed kind (kNone: none).
 struct LeafRay {
     Vector8       origin, direction;
-    std::uint32_t skipped_triangles[2], skipped_tetragons[2];
+    Float8        pace;  ///< SumOfSizes(direction)
+    std::uint32_t skipped_triangles[2], skipped_tetragons[2], skipped_cylinders[2];
 };
 
 /// What the lanes of a block found; written only when a lane passes. a, b, c: b1, b2, b0 of triangles; of tetragons the
@@ -100,6 +102,11 @@ HV_INLINE bool HasKind(const LeafBlock& block, PrimitiveKind kind)
     return block.kind == static_cast<std::uint8_t>(kind);
 }
 
+HV_INLINE bool IsFaces(const LeafBlock& block)
+{
+    return HasKind(block, PrimitiveKind::Triangle) || HasKind(block, PrimitiveKind::Tetragon);
+}
+
 HV_INLINE unsigned WithoutSkipped(const LeafBlock& block, unsigned lanes, const std::uint32_t (&skipped)[2])
 {
     return lanes & ~EqualBits8(block.index, skipped[0]) & ~EqualBits8(block.index, skipped[1]);
@@ -114,6 +121,13 @@ HV_INLINE unsigned TestFaces(const LeafBlock& block, const LeafRay& ray, Float8 
     }
     const unsigned lanes = TestTetragons(block, ray, limit, results);
     return lanes == 0 ? 0 : WithoutSkipped(block, lanes, ray.skipped_tetragons);
+}
+
+/// Those of `lanes` whose curve the ray may meet before `limit` and may see.
+HV_INLINE unsigned TestCurves(const LeafBlock& block, unsigned lanes, const LeafRay& ray, Float8 limit)
+{
+    lanes = NearCurves(block, lanes, ray.origin, ray.direction, ray.pace, limit);
+    return lanes == 0 ? 0 : WithoutSkipped(block, lanes, ray.skipped_cylinders);
 }
 
 /// The surface parameters of a lane that passed, as RayRecord holds them.

@@ -21,10 +21,13 @@ LeafRay MakeLeafRay(const RayRecord& ray)
         return n == 0 ? SkippedIndex(kind, ray.hit_kind, ray.hit_primitive)
                       : SkippedIndex(kind, ray.from_kind, ray.from_primitive);
     };
+    const Vector8 direction = SplatVector8(ray.direction);
     return {SplatVector8(ray.origin),
-            SplatVector8(ray.direction),
+            direction,
+            SumOfSizes(direction),
             {skipped(PrimitiveKind::Triangle, 0), skipped(PrimitiveKind::Triangle, 1)},
-            {skipped(PrimitiveKind::Tetragon, 0), skipped(PrimitiveKind::Tetragon, 1)}};
+            {skipped(PrimitiveKind::Tetragon, 0), skipped(PrimitiveKind::Tetragon, 1)},
+            {skipped(PrimitiveKind::Cylinder, 0), skipped(PrimitiveKind::Cylinder, 1)}};
 }
 
 bool IsExempt(const RayRecord& ray, const PrimitiveRef& ref)
@@ -67,6 +70,43 @@ __attribute__((noinline)) bool AttenuateLanes(const Object& object, const LeafBl
         if (Attenuate(ray, shader, hit)) return true;
     }
     return false;
+}
+
+/// The same for curves, each of which is tested now.
+HV_INLINE bool AttenuateCurves(const Object& object, const LeafBlock& block, unsigned lanes, const LeafRay& leaf_ray,
+                               RayRecord& ray)
+{
+    for (; lanes != 0; lanes &= lanes - 1) {
+        const auto  lane = static_cast<unsigned>(std::countr_zero(lanes));
+        const Part& part = object.parts[block.part[lane]];
+        CurveHit    hit;
+        if (!IsVisible(ray, part.shaderID)) continue;
+        if (!MeetCurve(PackedCurve(block, lane, part), leaf_ray.origin, leaf_ray.direction, ray.distance, hit))
+            continue;
+        const SurfaceHit surface{
+            &part, block.index[lane], PrimitiveKind::Cylinder, true, hit.across, -hit.denominator, hit.along};
+        if (Attenuate(ray, part.shaderID, surface)) return true;
+    }
+    return false;
+}
+
+constexpr unsigned kNoLane = 8;
+
+/// Tests the leaves of curves in `lanes` of a node. Returns the lane that stopped the ray, or kNoLane.
+__attribute__((noinline)) unsigned OccludeByCurveLeaves(const Object& object, const WideNode& node, unsigned lanes,
+                                                        const LeafRay& leaf_ray, RayRecord& ray)
+{
+    for (; lanes != 0; lanes &= lanes - 1) {
+        const auto lane    = static_cast<unsigned>(std::countr_zero(lanes));
+        bool       stopped = false;
+        ForCurveLeaves(object.leafBlocks.data(), node, 1u << lane, [&](const LeafBlock& block, unsigned own) {
+            if (stopped) return;
+            const unsigned passes = TestCurves(block, own, leaf_ray, Splat8(ray.distance));
+            stopped               = AttenuateCurves(object, block, passes, leaf_ray, ray);
+        });
+        if (stopped) return lane;
+    }
+    return kNoLane;
 }
 
 template <bool kLog>
@@ -136,7 +176,7 @@ __attribute__((noinline)) bool OccludeByLongLeaf(Object& object, const WideNode&
     for (;; ++b) {
         const LeafBlock& block = object.leafBlocks[b];
         const unsigned   own   = LeafLanes(block, start, left);
-        if (!HasKind(block, PrimitiveKind::None)) {
+        if (IsFaces(block)) {
             LaneResults    results;
             const unsigned passes = TestFaces(block, leaf_ray, limit, results) & own;
             if (passes != 0 && AttenuateLanes(object, block, passes, results, ray)) return true;
@@ -148,8 +188,6 @@ __attribute__((noinline)) bool OccludeByLongLeaf(Object& object, const WideNode&
         start = 0;
     }
 }
-
-constexpr unsigned kNoLane = 8;
 
 /// Attenuates by what passed in the leaves `lanes` of a node. Returns the lane that stopped the ray, or kNoLane.
 __attribute__((noinline)) unsigned AttenuateLeaves(const Object& object, const WideNode& node, unsigned lanes,
@@ -226,8 +264,8 @@ HV_INLINE bool FindLeaves(const WideNode* nodes, const SlabRay& slab, Float8 lim
     }
 }
 
-/// The walk itself; `stack` has room for an entry a level and one more.
-template <bool kLog, bool kFinite>
+/// The walk itself; `stack` has room for an entry a level and one more. kCurves: there are leaves of curves.
+template <bool kLog, bool kFinite, bool kCurves>
 __attribute__((noinline)) bool WalkNodes(Object& object, RayRecord& ray, WaitingNode* stack)
 {
     const WideNode* const nodes      = object.wideNodes.data();
@@ -241,12 +279,19 @@ __attribute__((noinline)) bool WalkNodes(Object& object, RayRecord& ray, Waiting
 
     for (bool enters = true; FindLeaves<kFinite>(nodes, slab, box_limit, enters, stack, top, standing, leaves);
          enters      = false) {
-        const WideNode& node = nodes[standing.node];
-        auto            lane = static_cast<unsigned>(std::countr_zero(leaves));
-        if (node.blockLanes[lane] != 0)
-            lane = OccludeBySharedLeaves(object, node, leaves, leaf_ray, face_limit, ray);
-        else if (!OccludeByLongLeaf<kLog>(object, node, lane, leaf_ray, face_limit, ray))
-            lane = kNoLane;
+        const WideNode& node   = nodes[standing.node];
+        const unsigned  curves = kCurves ? leaves & EqualByteBits8(node.blockLanes, kCurveLeaf) : 0;
+        unsigned        lane   = kNoLane;
+        if (curves != 0) FetchNodes(nodes, node, standing.lanes);
+        if (curves != 0) lane = OccludeByCurveLeaves(object, node, curves, leaf_ray, ray);
+        leaves &= ~curves;
+        if (lane == kNoLane && leaves != 0) {
+            lane = static_cast<unsigned>(std::countr_zero(leaves));
+            if (node.blockLanes[lane] != 0)
+                lane = OccludeBySharedLeaves(object, node, leaves, leaf_ray, face_limit, ray);
+            else if (!OccludeByLongLeaf<kLog>(object, node, lane, leaf_ray, face_limit, ray))
+                lane = kNoLane;
+        }
         if (lane == kNoLane) continue;
         if constexpr (kLog)
             std::atomic_ref(object.wideVisits[standing.node][lane]).fetch_add(1, std::memory_order_relaxed);
@@ -260,8 +305,12 @@ constexpr std::size_t WaitingRoom(std::uint32_t depth) { return std::size_t{dept
 template <bool kLog>
 bool WalkWith(Object& object, RayRecord& ray, WaitingNode* stack)
 {
-    return IsFinite(ray.inverse_direction) ? WalkNodes<kLog, true>(object, ray, stack)
-                                           : WalkNodes<kLog, false>(object, ray, stack);
+    const bool is_finite = IsFinite(ray.inverse_direction);
+    if (HasCurves(object))
+        return is_finite ? WalkNodes<kLog, true, true>(object, ray, stack)
+                         : WalkNodes<kLog, false, true>(object, ray, stack);
+    return is_finite ? WalkNodes<kLog, true, false>(object, ray, stack)
+                     : WalkNodes<kLog, false, false>(object, ray, stack);
 }
 
 template <bool kLog>

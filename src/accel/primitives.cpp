@@ -1,9 +1,6 @@
 #include "accel/primitives.h"
 
-#include "base/float8.h"
-
-#include <bit>
-#include <cmath>
+#include "accel/curve.h"
 
 namespace hv {
 
@@ -132,127 +129,15 @@ bool OccludeParticle(const Part& part, std::uint32_t index, const RayRecord& ray
     return TakeNearer(line.along - line.discriminant, line.along + line.discriminant, ray.distance, t);
 }
 
-namespace {
-
-inline constexpr int kPieces = 8;  ///< straight pieces of a cylinder's curve, one a lane
-
-/// Weights of the cubic Hermite curve C(s) = P0 + step (P0 - P1) + leave T0 + arrive T1 at eight values of s.
-struct alignas(32) HermiteTable {
-    float s[kPieces], step[kPieces], leave[kPieces], arrive[kPieces];
-};
-
-constexpr HermiteTable MakeHermiteTable(int first)
-{
-    HermiteTable table{};
-    for (int k = 0; k < kPieces; ++k) {
-        const float s   = static_cast<float>(k + first) / kPieces;
-        table.s[k]      = s;
-        table.step[k]   = 2.0f * s * s * s - 3.0f * s * s;
-        table.leave[k]  = s * (1.0f - s) * (1.0f - s);
-        table.arrive[k] = s * s * (s - 1.0f);
-    }
-    return table;
-}
-
-constexpr HermiteTable kStarts = MakeHermiteTable(0);
-constexpr HermiteTable kEnds   = MakeHermiteTable(1);
-
-/// Shares of the two radii in each piece. Meant: steps of 1/7, though the curve steps by 1/8.
-struct alignas(32) RadiusTable {
-    float first[kPieces], second[kPieces];
-};
-
-constexpr RadiusTable MakeRadiusTable()
-{
-    RadiusTable table{};
-    for (int k = 0; k < kPieces; ++k) {
-        table.first[k]  = static_cast<float>(kPieces - 1 - k) / (kPieces - 1);
-        table.second[k] = static_cast<float>(k) / (kPieces - 1);
-    }
-    return table;
-}
-
-constexpr RadiusTable kRadiusShares = MakeRadiusTable();
-
-Vector8 Splat(Vector v) { return {Splat8(v.x), Splat8(v.y), Splat8(v.z)}; }
-
-struct Strand {
-    Vector p0, p1, t0, t1;
-    float  radius0, radius1;
-};
-
-Strand StrandAt(const Part& part, std::uint32_t vertex)
-{
-    return {part.positions[vertex],      part.positions[vertex + 1], TangentAt(part, vertex),
-            TangentAt(part, vertex + 1), RadiusAt(part, vertex),     RadiusAt(part, vertex + 1)};
-}
-
-Vector8 CurveAt(const Strand& strand, const HermiteTable& table)
-{
-    return Splat(strand.p0) + Load8(table.step) * Splat(strand.p0 - strand.p1) + Load8(table.leave) * Splat(strand.t0) +
-           Load8(table.arrive) * Splat(strand.t1);
-}
-
-/// The tangent at the table's ends, mixed linearly, whose planes cut the pieces off each other.
-Vector8 CutAt(const Strand& strand, const HermiteTable& table)
-{
-    return Splat(strand.t0) + Load8(table.s) * Splat(strand.t1 - strand.t0);
-}
-
-Vector8 FastNormalized(Vector8 v) { return FastReciprocalRoot(Dot(v, v)) * v; }
-
-int NearestLane(const float* t, unsigned lanes)
-{
-    int best = std::countr_zero(lanes);
-    for (lanes &= lanes - 1; lanes != 0; lanes &= lanes - 1) {
-        const int lane = std::countr_zero(lanes);
-        if (t[lane] < t[best]) best = lane;
-    }
-    return best;
-}
-
-}  // namespace
-
 bool IntersectCylinder(const Part& part, std::uint32_t index, const RayRecord& ray, CylinderHit& hit)
 {
-    const Strand  strand    = StrandAt(part, part.cylinders[index]);
-    const Vector8 direction = Splat(ray.direction), origin = Splat(ray.origin);
-    const Vector8 start = CurveAt(strand, kStarts), end = CurveAt(strand, kEnds);
-    const Vector8 edge     = end - start;
-    const Vector8 to_start = start - origin;
-    const Float8  half_width =
-        Load8(kRadiusShares.first) * Splat8(strand.radius0) + Load8(kRadiusShares.second) * Splat8(strand.radius1);
-
-    const Vector8 sideways = FastNormalized(Cross(direction, edge));
-    const Float8  across   = Dot(sideways, to_start);
-    Float8        passes   = Less(Absolute(across), half_width);
-    if (Bits(passes) == 0 || !IsVisible(ray, part.shaderID)) return false;
-
-    const Vector8 facing      = FastNormalized(Cross(edge, sideways));
-    const Float8  denominator = Dot(facing, direction);
-    const Float8  t           = Dot(facing, to_start) / denominator;
-    const Float8  epsilon     = Splat8(kRayEpsilon);
-    passes                    = passes & Less(epsilon, t) & Less(t + epsilon, Splat8(ray.distance));
-    if (Bits(passes) == 0) return false;
-
-    const Vector8  position = origin + t * direction;
-    const Float8   zero     = Splat8(0.0f);
-    const unsigned lanes    = Bits(passes & LessEqual(zero, Dot(CutAt(strand, kStarts), position - start)) &
-                                   Less(Dot(CutAt(strand, kEnds), position - end), zero));
-    if (lanes == 0) return false;
-
-    alignas(32) float ts[8], denominators[8], offsets[8], widths[8];
-    Store8(ts, t);
-    Store8(denominators, denominator);
-    Store8(offsets, across);
-    Store8(widths, half_width);
-    const int lane  = NearestLane(ts, lanes);
-    hit.denominator = denominators[lane];
-    hit.t           = ts[lane];
-    hit.shader      = ShaderInRange(part.shaderID);
-    hit.across      = offsets[lane] / widths[lane];
-    hit.along       = (static_cast<float>(lane) + 0.5f) * 0.125f;
-    hit.position    = ray.origin + hit.t * ray.direction;
+    const auto splat = [](Vector v) { return Vector8{Splat8(v.x), Splat8(v.y), Splat8(v.z)}; };
+    CurveHit   found;
+    if (!IsVisible(ray, part.shaderID)) return false;
+    if (!MeetCurve(CurveOf(part, part.cylinders[index]), splat(ray.origin), splat(ray.direction), ray.distance, found))
+        return false;
+    hit = {found.denominator, found.t,     ShaderInRange(part.shaderID),
+           found.across,      found.along, ray.origin + found.t * ray.direction};
     return true;
 }
 

@@ -99,6 +99,7 @@ void RefitLeaf(const Object& object, BinaryNode& node)
     for (std::uint32_t i = 0; i < node.count; ++i)
         Grow(node.box, PrimitiveBounds(object, object.binaryRefs[node.first + i]));
     node.cost = HalfArea(node.box) * static_cast<float>(node.count);
+    node.sum  = node.count;
 }
 
 }  // namespace
@@ -109,6 +110,7 @@ void RefitInner(std::vector<BinaryNode>& nodes, std::uint32_t node_index)
     const BinaryNode &left = nodes[node.first], &right = nodes[node.first + 1];
     node.box  = Union(left.box, right.box);
     node.cost = HalfArea(node.box) + left.cost + right.cost;
+    node.sum  = left.sum + right.sum;
 }
 
 std::size_t CollectLevels(Object& object)
@@ -146,28 +148,19 @@ void RefitNode(Object& object, std::uint32_t node_index)
     RefitInner(object.binaryNodes, node_index);
 }
 
-void PropagateSum(Object& object)
-{
-    std::vector<BinaryNode>& nodes = object.binaryNodes;
-    FromBelow(object, CollectLevels(object), [&nodes](std::uint32_t n) {
-        BinaryNode& node = nodes[n];
-        node.sum         = node.count > 0 ? node.count : nodes[node.first].sum + nodes[node.first + 1].sum;
-    });
-}
-
 void Update(Object& object, bool force, int frame_count)
 {
     if (!force && !object.hasMotion) return;
     // Meant: the forced update moves the vertices, too, so that frame N shows (N + 1) / frame_count of the motion.
     MoveVertices(object, frame_count);
     RefreshInstances(object);
-    // Rotations look down only and a level is done after those below it, so one listing serves both passes.
+    // Rotations look down only and a level is done after those below it, so one listing serves both passes. They keep
+    // the sums of references up to date as well: a node that changes its children is refitted.
     const std::size_t level_count = CollectLevels(object);
     FromBelow(object, level_count, [&object](std::uint32_t node) { RefitNode(object, node); });
     FromBelow(object, level_count, [&object](std::uint32_t node) { RotateNode(object, node); });
     object.box  = object.binaryNodes.empty() ? Box{} : object.binaryNodes[0].box;
     object.cost = TreeCost(object.binaryNodes);
-    PropagateSum(object);
     MakeWideTree(object);
     Release(object.levelNodes);
     PackLeaves(object);

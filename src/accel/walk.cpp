@@ -89,7 +89,9 @@ HV_INLINE WaitingLane PushFarther(const WideNode& node, std::uint32_t node_index
     return *--top;
 }
 
-/// A hit on a packed face; goes into the record when the walk of its object ends.
+constexpr float kFrontFacing = -1.0f;  ///< denominator of the hits that have one side only
+
+/// A hit on a packed face or curve; goes into the record when the walk of its object ends.
 struct FaceHit {
     const LeafBlock* block       = nullptr;
     unsigned         lane        = 0;
@@ -122,6 +124,44 @@ HV_INLINE void AcceptLanes(const LeafBlock& block, unsigned lanes, const LaneRes
         limits.Set(results.t[lane]);
         hit = {&block, lane, results.denominator[lane], FaceParameters(block, results, lane)};
     }
+}
+
+/// The same for curves, each of which is tested now. Returns the distance that is left.
+HV_INLINE float AcceptCurves(const Object& object, const LeafBlock& block, unsigned lanes, const LeafRay& ray,
+                             std::uint8_t visibility, float distance, FaceHit& hit)
+{
+    for (; lanes != 0; lanes &= lanes - 1) {
+        const auto  lane = static_cast<unsigned>(std::countr_zero(lanes));
+        const Part& part = object.parts[block.part[lane]];
+        CurveHit    found;
+        if ((TraitsAt(part.shaderID) & visibility) == 0) continue;
+        if (!MeetCurve(PackedCurve(block, lane, part), ray.origin, ray.direction, distance, found)) continue;
+        distance = found.t;
+        // The cosine of the hair point is kept, as the evaluator could not find it again.
+        hit = {&block, lane, kFrontFacing, {found.across, -found.denominator, found.along}};
+    }
+    return distance;
+}
+
+/// Tests the leaves of curves in `lanes` of a node.
+__attribute__((noinline)) float TestCurveLeaves(const Object& object, const WideNode& node, unsigned lanes,
+                                                const LeafRay& ray, std::uint8_t visibility, float distance,
+                                                FaceHit& hit)
+{
+    const auto test = [&](const LeafBlock& block, unsigned own) __attribute__((always_inline))
+    {
+        const unsigned passes = TestCurves(block, own, ray, Splat8(distance));
+        distance              = AcceptCurves(object, block, passes, ray, visibility, distance, hit);
+    };
+    while (lanes != 0) {
+        const CurveGroup group = GroupCurves(node, lanes);
+        lanes &= ~group.leaves;
+        if (group.goes_on)
+            ForCurveLeaves(object.leafBlocks.data(), node, group.leaves, test);
+        else
+            test(object.leafBlocks[group.block], group.own);
+    }
+    return distance;
 }
 
 unsigned NearestOf(unsigned lanes, const float* distances)
@@ -168,9 +208,11 @@ HV_INLINE void TestSharedLeaves(const LeafBlock* blocks, const Leaves& leaves, c
 
 void WriteHit(const Object& object, const FaceHit& hit, float distance, RayRecord& ray)
 {
-    const std::uint32_t shader = hit.block->shader[hit.lane];
+    const Part&         part   = object.parts[hit.block->part[hit.lane]];
+    const bool          curve  = HasKind(*hit.block, PrimitiveKind::Cylinder);
+    const std::uint32_t shader = curve ? part.shaderID : hit.block->shader[hit.lane];
     ray.distance               = distance;
-    ray.hit_part               = &object.parts[hit.block->part[hit.lane]];
+    ray.hit_part               = &part;
     ray.hit_primitive          = hit.block->index[hit.lane];
     ray.hit_kind               = hit.block->kind;
     ray.hit_shader             = shader < ShaderTraits.size() ? shader : 0;
@@ -251,15 +293,17 @@ __attribute__((noinline)) bool TestLooseBlock(Object& object, std::size_t block,
 
 /// Goes down from `target` and on to the lanes that wait, the nearest first, until leaves come up. False when none
 /// waits any more. A loop of its own, so that the ray stays in registers.
-template <bool kFinite>
-HV_INLINE bool FindLeaves(const WideNode* nodes, const SlabRay& slab, const Limits& limits, const WaitingLane* stack,
-                          WaitingLane*& top, std::uint32_t target, Leaves& leaves)
+/// `test_curves` takes the lanes of curves out and tests them at once.
+template <bool kFinite, class TestCurves>
+HV_INLINE bool FindLeaves(const WideNode* nodes, const SlabRay& slab, Limits& limits, const WaitingLane* stack,
+                          WaitingLane*& top, std::uint32_t target, Leaves& leaves, const TestCurves& test_curves)
 {
     while (true) {
         while ((target & kLeafBit) == 0) {
             const WideNode& node = nodes[target];
             Float8          near;
-            const unsigned  lanes = SlabTest8<kFinite>(node, slab, limits.box, near);
+            unsigned        lanes = SlabTest8<kFinite>(node, slab, limits.box, near);
+            test_curves(node, near, lanes, limits);
             if (lanes == 0) {
                 target = kNone;
             } else if ((lanes & ~NonZeroBits8(node.blockLanes)) == 0) {
@@ -298,7 +342,7 @@ __attribute__((noinline)) bool TestLongLeaf(Object& object, const Leaves& leaves
     for (std::uint32_t left = leaves.node->count[lane];; ++b) {
         const LeafBlock& block = object.leafBlocks[b];
         const unsigned   own   = LeafLanes(block, start, left);
-        if (!HasKind(block, PrimitiveKind::None)) {
+        if (IsFaces(block)) {
             LaneResults    results;
             const unsigned passes = TestFaces(block, leaf_ray, limits.face, results) & own;
             AcceptLanes(block, passes, results, visibility, limits, hit);
@@ -321,14 +365,16 @@ __attribute__((noinline)) bool TestLongLeaf(Object& object, const Leaves& leaves
 template <bool kProbe>
 LeafRay MakeLeafRay(const RayRecord& ray)
 {
-    const std::uint32_t triangle = SkippedIndex(PrimitiveKind::Triangle, ray.from_kind, ray.from_primitive);
-    const std::uint32_t tetragon = SkippedIndex(PrimitiveKind::Tetragon, ray.from_kind, ray.from_primitive);
-    return {
-        SplatVector8(ray.origin), SplatVector8(ray.direction), {kProbe ? kNone : triangle, kNone}, {tetragon, kNone}};
+    const std::uint32_t triangle  = SkippedIndex(PrimitiveKind::Triangle, ray.from_kind, ray.from_primitive);
+    const std::uint32_t tetragon  = SkippedIndex(PrimitiveKind::Tetragon, ray.from_kind, ray.from_primitive);
+    const std::uint32_t cylinder  = SkippedIndex(PrimitiveKind::Cylinder, ray.from_kind, ray.from_primitive);
+    const Vector8       direction = SplatVector8(ray.direction);
+    return {SplatVector8(ray.origin),           direction,         SumOfSizes(direction),
+            {kProbe ? kNone : triangle, kNone}, {tetragon, kNone}, {cylinder, kNone}};
 }
 
-/// The walk itself; `stack` has room for WaitingRoom(object.wideDepth) lanes.
-template <bool kProbe, bool kFinite>
+/// The walk itself; `stack` has room for WaitingRoom(object.wideDepth) lanes. kCurves: there are leaves of curves.
+template <bool kProbe, bool kFinite, bool kCurves>
 __attribute__((noinline)) bool WalkNodes(Object& object, RayRecord& ray, WaitingLane* stack)
 {
     const WideNode* const nodes      = object.wideNodes.data();
@@ -342,8 +388,23 @@ __attribute__((noinline)) bool WalkNodes(Object& object, RayRecord& ray, Waiting
     Leaves                leaves;
     limits.Set(ray.distance);
 
+    // Few rays that enter the box of a curve come near it, so curves are tested where they come up: that costs less
+    // than to let them wait.
+    const auto test_curves = [&](const WideNode& node, Float8 near, unsigned& lanes, Limits& ahead) {
+        if constexpr (!kCurves) return;
+        const unsigned curves = lanes & EqualByteBits8(node.blockLanes, kCurveLeaf);
+        if (curves == 0) return;
+        lanes &= ~curves;
+        if constexpr (kProbe) return;
+        FetchNodes(nodes, node, lanes);
+        const float distance = TestCurveLeaves(object, node, curves, leaf_ray, visibility, ahead.distance, hit);
+        if (!(distance < ahead.distance)) return;
+        ahead.Set(distance);
+        lanes &= Bits(Less(near, ahead.box));
+    };
+
     std::uint32_t target = 0;
-    while (FindLeaves<kFinite>(nodes, slab, limits, stack, top, target, leaves)) {
+    while (FindLeaves<kFinite>(nodes, slab, limits, stack, top, target, leaves, test_curves)) {
         target = kNone;
         if (leaves.node->blockLanes[std::countr_zero(leaves.lanes)] != 0) {
             TestSharedLeaves(object.leafBlocks.data(), leaves, leaf_ray, visibility, limits, hit);
@@ -361,8 +422,12 @@ __attribute__((noinline)) bool WalkNodes(Object& object, RayRecord& ray, Waiting
 template <bool kProbe>
 bool WalkWith(Object& object, RayRecord& ray, WaitingLane* stack)
 {
-    return IsFinite(ray.inverse_direction) ? WalkNodes<kProbe, true>(object, ray, stack)
-                                           : WalkNodes<kProbe, false>(object, ray, stack);
+    const bool is_finite = IsFinite(ray.inverse_direction);
+    if (HasCurves(object))
+        return is_finite ? WalkNodes<kProbe, true, true>(object, ray, stack)
+                         : WalkNodes<kProbe, false, true>(object, ray, stack);
+    return is_finite ? WalkNodes<kProbe, true, false>(object, ray, stack)
+                     : WalkNodes<kProbe, false, false>(object, ray, stack);
 }
 
 /// Trees deeper than any that geometry gives without malice.

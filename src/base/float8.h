@@ -42,12 +42,22 @@ inline Float4 Min(Float4 a, Float4 b) { return {_mm_min_ps(a.lanes, b.lanes)}; }
 
 inline Float8 Absolute(Float8 a) { return {_mm256_andnot_ps(_mm256_set1_ps(-0.0f), a.lanes)}; }
 
+inline Float8 Root(Float8 a) { return {_mm256_sqrt_ps(a.lanes)}; }  // exact, as the scalar one
+
+/// Lanes of a where the comparison holds, of b elsewhere.
+inline Float8 Select(Float8 holds, Float8 a, Float8 b) { return {_mm256_blendv_ps(b.lanes, a.lanes, holds.lanes)}; }
+
 /// 1 / sqrt(a) with a relative error near 2 to the power -12; infinity at 0.
 inline Float8 FastReciprocalRoot(Float8 a) { return {_mm256_rsqrt_ps(a.lanes)}; }
+
+/// a * b + c and a * b - c, rounded once: not the bits of the two operations.
+inline Float8 FusedAdd(Float8 a, Float8 b, Float8 c) { return {_mm256_fmadd_ps(a.lanes, b.lanes, c.lanes)}; }
+inline Float8 FusedSubtract(Float8 a, Float8 b, Float8 c) { return {_mm256_fmsub_ps(a.lanes, b.lanes, c.lanes)}; }
 
 // Comparisons fill a lane with ones or zeroes; a non-number never passes.
 inline Float8 Less(Float8 a, Float8 b) { return {_mm256_cmp_ps(a.lanes, b.lanes, _CMP_LT_OQ)}; }
 inline Float8 LessEqual(Float8 a, Float8 b) { return {_mm256_cmp_ps(a.lanes, b.lanes, _CMP_LE_OQ)}; }
+inline Float8 Equal(Float8 a, Float8 b) { return {_mm256_cmp_ps(a.lanes, b.lanes, _CMP_EQ_OQ)}; }
 
 /// Bit i of the result is lane i of a comparison.
 inline unsigned Bits(Float8 a) { return static_cast<unsigned>(_mm256_movemask_ps(a.lanes)); }
@@ -82,6 +92,14 @@ inline unsigned NonZeroBits8(const std::uint8_t* p)
     const __m128i bytes = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
     const __m128i zero  = _mm_cmpeq_epi8(bytes, _mm_setzero_si128());
     return ~static_cast<unsigned>(_mm_movemask_epi8(zero)) & 255u;
+}
+
+/// Bit i: the i-th of eight bytes equals `value`.
+inline unsigned EqualByteBits8(const std::uint8_t* p, std::uint8_t value)
+{
+    const __m128i bytes = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
+    const __m128i equal = _mm_cmpeq_epi8(bytes, _mm_set1_epi8(static_cast<char>(value)));
+    return static_cast<unsigned>(_mm_movemask_epi8(equal)) & 255u;
 }
 
 /// Three coordinates in lanes.
@@ -121,6 +139,13 @@ template <class L>
 inline VectorLanes<L> Cross(VectorLanes<L> a, VectorLanes<L> b)
 {
     return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
+}
+
+// The same, fused, for tests that need no bits of a scalar twin.
+inline Float8  FusedDot(Vector8 a, Vector8 b) { return FusedAdd(a.x, b.x, FusedAdd(a.y, b.y, a.z * b.z)); }
+inline Vector8 FusedCross(Vector8 a, Vector8 b)
+{
+    return {FusedSubtract(a.y, b.z, a.z * b.y), FusedSubtract(a.z, b.x, a.x * b.z), FusedSubtract(a.x, b.y, a.y * b.x)};
 }
 
 }  // namespace hv

@@ -4,6 +4,7 @@
 #include "base/release.h"
 #include "output/camera.h"
 #include "session/console.h"
+#include "shading/hair.h"
 #include "shading/shading.h"
 
 namespace hv {
@@ -122,6 +123,7 @@ void PrepareScene(void (*density_setup)(Part& part))
     if (density_setup != nullptr)
         for (Part& part : Objects[RootObject].parts) density_setup(part);
     ReportBox("scene ", SceneBox);
+    for (Shader& shader : Shaders) PrepareHair(shader);
 }
 
 void MoveObjects()

@@ -51,6 +51,24 @@ inline void MixUv(const Part& part, const Corners& corners, float uv[2])
     }
 }
 
+/// Direction in which u grows on a face; false when its corners lack a tangent or uv, or all lie at one uv.
+inline bool UvGradient(const Part& part, const Corners& corners, Vector& tangent)
+{
+    if (part.uvs.empty() || !Covers(part.uvs[0].values, corners) || !Covers(part.tangents, corners)) return false;
+    Vector  p[3];
+    Vector2 uv[3];
+    for (int n = 0; n < 3; ++n) {
+        p[n]  = part.positions[corners.vertex[n]];
+        uv[n] = part.uvs[0].values[corners.vertex[n]];
+    }
+    const float du1 = uv[1].u - uv[0].u, du2 = uv[2].u - uv[0].u;
+    const float dv1 = uv[1].v - uv[0].v, dv2 = uv[2].v - uv[0].v;
+    const auto  tiny = [](float x) { return std::fabs(x) < 1e-8f; };
+    if (tiny(du1) && tiny(du2) && tiny(dv1) && tiny(dv2)) return false;
+    tangent = Normalized((p[1] - p[0]) * dv2 - (p[2] - p[0]) * dv1);
+    return true;
+}
+
 /// Radius of a particle or strand at a vertex, 0 when the part has none.
 inline float RadiusAt(const Part& part, std::uint32_t vertex)
 {

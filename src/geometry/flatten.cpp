@@ -25,29 +25,14 @@ bool HaveEqualBits(Vector a, Vector b)
     return std::bit_cast<Bits>(a) == std::bit_cast<Bits>(b);
 }
 
-std::uint64_t Pair(float low, float high)
-{
-    return std::bit_cast<std::uint32_t>(low) | std::uint64_t{std::bit_cast<std::uint32_t>(high)} << 32;
-}
-
-std::uint32_t Word(PackedDirection packed)
-{
-    return std::uint32_t{static_cast<std::uint8_t>(packed.x)} |
-           std::uint32_t{static_cast<std::uint8_t>(packed.y)} << 8 |
-           std::uint32_t{static_cast<std::uint8_t>(packed.z)} << 16;
-}
-
-// Over everything that must match, and well mixed: positions on a grid share all their low bits, and the seams of a fan
-// one position. Which vertices weld does not depend on the hash. Adding 0 makes one of both zeros.
+// Over everything that must match: positions on a grid share all their low bits, and the seams of a fan one position.
+// Which vertices weld does not depend on the hash. Adding 0 makes one of both zeros.
 std::uint64_t HashVertex(const Vertex& vertex)
 {
-    constexpr std::uint64_t kFactor = 0x9e3779b97f4a7c15u;
-    const auto    mix  = [](std::uint64_t hash, std::uint64_t word) { return std::rotl((hash ^ word) * kFactor, 31); };
-    std::uint64_t hash = mix(0, Pair(vertex.position.x, vertex.position.y));
-    hash               = mix(hash, Pair(vertex.position.z, std::bit_cast<float>(Word(vertex.normal))));
-    hash               = mix(hash, Pair(vertex.uv.u + 0.0f, vertex.uv.v + 0.0f));
-    hash               = mix(hash, Word(vertex.tangent)) * kFactor;
-    return hash >> 32;
+    std::uint64_t hash = MixHash(0, HashPair(vertex.position.x, vertex.position.y));
+    hash               = MixHash(hash, HashPair(vertex.position.z, std::bit_cast<float>(HashWord(vertex.normal))));
+    hash               = MixHash(hash, HashPair(vertex.uv.u + 0.0f, vertex.uv.v + 0.0f));
+    return EndHash(MixHash(hash, HashWord(vertex.tangent)));
 }
 
 /// Appends staged faces to a part, vertex by vertex.

@@ -130,9 +130,11 @@ void PreparePart(Part& part)
     part.hasMotion = PrepareMotion(part);
     if (!part.triangles.empty() || !part.tetragons.empty()) {
         DropBadFaces(part);
-        if (!part.isPrepared) FlipFaces(part);
-        Displace(part);
-        Smooth(part);
+        if (!part.isPrepared) {
+            FlipFaces(part);
+            Displace(part);
+            Smooth(part);
+        }
     }
     part.isPrepared = true;
     ShrinkToFit(part);

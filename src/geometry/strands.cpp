@@ -1,6 +1,11 @@
+#include "base/float8.h"
+#include "base/per_thread.h"
 #include "geometry/assembly.h"
+#include "geometry/corners.h"
 #include "shading/shading.h"
 
+#include <algorithm>
+#include <bit>
 #include <numeric>
 
 namespace hv {
@@ -59,107 +64,163 @@ std::vector<PackedDirection> StrandTangents(const Part& part)
     return tangents;
 }
 
-/// The nearest face found so far and the texture coordinates at the point's foot on it.
+/// How far outside a face, in its weights, a point may fall: a root on an edge must not slip between two faces.
+constexpr float kEdgeSlack = 1e-5f;
+
+/// The face nearest to a point so far, and the point's foot on it as the parameters of a hit.
 struct NearestFace {
-    float   distance = kFarAway;
-    Vector2 uv;
+    float         square = kFarAway;  ///< of the distance to its plane
+    PrimitiveKind kind   = PrimitiveKind::None;
+    std::uint16_t part   = 0;
+    std::uint32_t index  = 0;
+    Vector        hit;
 };
 
-template <std::size_t N>
-Vector2 MixUVs(const Part& part, const std::uint32_t (&vertices)[N], const float (&weights)[N])
+Vector8 LoadVectors(const LeafBlock& block, int n)
 {
-    Vector2     mix;
-    const auto& uvs = part.uvs[0].values;
-    for (std::size_t corner = 0; corner < N; ++corner) {
-        if (vertices[corner] >= uvs.size()) return {};
-        mix.u += weights[corner] * uvs[vertices[corner]].u;
-        mix.v += weights[corner] * uvs[vertices[corner]].v;
+    const float* const values = block.values + 24 * n;
+    return {Load8(values), Load8(values + 8), Load8(values + 16)};
+}
+
+/// Eight triangles at once. The weights of a point and of its foot are the same: they are taken at right angles to the
+/// normal. Unused lanes and triangles without an area divide by zero and fail.
+void TryTriangles(const LeafBlock& block, Vector point, NearestFace& nearest)
+{
+    const Vector8 away   = Vector8{Splat8(point.x), Splat8(point.y), Splat8(point.z)} - LoadVectors(block, 0);
+    const Float8  square = Load8(block.square), outside = Splat8(-kEdgeSlack);
+    const Float8  height = Dot(away, LoadVectors(block, 1)), distance = height * height / square;
+    const Float8  v = Dot(away, LoadVectors(block, 2)) / square, w = Dot(away, LoadVectors(block, 3)) / square;
+    const Float8  u      = Splat8(1.0f) - v - w;
+    const Float8  inside = LessEqual(outside, u) & LessEqual(outside, v) & LessEqual(outside, w);
+    unsigned      closer = Bits(inside & Less(distance, Splat8(nearest.square)));
+    if (closer == 0) return;
+    alignas(32) float distances[8], weights[3][8];
+    Store8(distances, distance);
+    Store8(weights[0], u);
+    Store8(weights[1], v);
+    Store8(weights[2], w);
+    for (; closer != 0; closer &= closer - 1) {
+        const int lane = std::countr_zero(closer);
+        if (!(distances[lane] < nearest.square)) continue;
+        nearest = {distances[lane],
+                   PrimitiveKind::Triangle,
+                   block.part[lane],
+                   block.index[lane],
+                   {weights[0][lane], weights[1][lane], weights[2][lane]}};
     }
-    return mix;
 }
 
-bool SameSign(std::initializer_list<float> values)
+/// The weights of the four corners are of one sign where the point is above the face or below it.
+void TryTetragon(const LeafBlock& block, int lane, Vector point, NearestFace& nearest)
 {
-    bool all_positive = true, all_negative = true;
-    for (const float value : values) {
-        all_positive = all_positive && value >= 0.0f;
-        all_negative = all_negative && value <= 0.0f;
-    }
-    return all_positive || all_negative;
-}
-
-void TryTriangle(const Part& part, const Triangle& face, Vector point, NearestFace& nearest)
-{
-    const Vector p0 = part.positions[face.i0], p1 = part.positions[face.i1], p2 = part.positions[face.i2];
-    const Vector n        = Cross(p1 - p0, p2 - p0);
-    const Vector unit     = Normalized(n);
-    const float  height   = Dot(point - p0, unit);
-    const float  distance = std::fabs(height);
-    if (!(distance < nearest.distance)) return;
-    const Vector foot = point - unit * height;
-    const float  w0 = Dot(Cross(p1 - foot, p2 - foot), n), w1 = Dot(Cross(p2 - foot, p0 - foot), n);
-    const float  w2  = Dot(Cross(p0 - foot, p1 - foot), n);
-    const float  sum = w0 + w1 + w2;
-    if (!SameSign({w0, w1, w2}) || sum == 0.0f) return;
-    nearest = {distance, MixUVs(part, {face.i0, face.i1, face.i2}, {w0 / sum, w1 / sum, w2 / sum})};
-}
-
-void TryTetragon(const Part& part, const Tetragon& face, Vector point, NearestFace& nearest)
-{
-    const std::uint32_t indices[4] = {face.i0, face.i1, face.i2, face.i3};
-    Vector              p[4];
-    for (int corner = 0; corner < 4; ++corner) p[corner] = part.positions[indices[corner]];
-    const Vector n        = Normalized(Cross(p[2] - p[0], p[3] - p[1]));
-    const float  distance = std::fabs(Dot(point - p[0], n));
-    if (!(distance < nearest.distance)) return;
-    float e[4];
+    Vector p[4];
     for (int corner = 0; corner < 4; ++corner)
-        e[corner] = Dot(n, Cross(p[corner] - point, p[(corner + 1) % 4] - point));
-    if (!SameSign({e[0], e[1], e[2], e[3]}) || e[0] + e[2] == 0.0f || e[1] + e[3] == 0.0f) return;
-    const float u = e[0] / (e[0] + e[2]), v = e[3] / (e[1] + e[3]);
-    nearest = {distance, MixUVs(part, indices, {(1 - u) * (1 - v), (1 - u) * v, u * v, u * (1 - v)})};
-}
-
-void TryReference(const Object& object, const PrimitiveRef& ref, Vector point, NearestFace& nearest)
-{
-    const Part& part = object.parts[ref.part];
-    if (ref.kind == static_cast<int>(PrimitiveKind::Triangle)) {
-        TryTriangle(part, part.triangles[ref.index], point, nearest);
-    } else if (ref.kind == static_cast<int>(PrimitiveKind::Tetragon)) {
-        TryTetragon(part, part.tetragons[ref.index], point, nearest);
+        for (int axis = 0; axis < 3; ++axis)
+            p[corner][axis] = block.values[24 * corner + 8 * axis + lane] - point[axis];
+    const Vector n      = Cross(p[2] - p[0], p[3] - p[1]);
+    const float  height = Dot(p[0], n), distance = height * height / Dot(n, n);
+    if (!(distance < nearest.square)) return;
+    float e[4], low = 0.0f, high = 0.0f;
+    for (int corner = 0; corner < 4; ++corner) {
+        e[corner] = Dot(n, Cross(p[corner], p[(corner + 1) % 4]));
+        low       = std::min(low, e[corner]);
+        high      = std::max(high, e[corner]);
     }
+    if (std::min(high, -low) > kEdgeSlack * std::max(high, -low) || e[0] + e[2] == 0.0f || e[1] + e[3] == 0.0f) return;
+    nearest = {distance,
+               PrimitiveKind::Tetragon,
+               block.part[lane],
+               block.index[lane],
+               {e[0] / (e[0] + e[2]), e[3] / (e[1] + e[3]), 0.0f}};
 }
 
-bool LaneContains(const WideNode& node, int lane, Vector p)
-{
-    return p.x >= node.minX[lane] && p.x <= node.maxX[lane] && p.y >= node.minY[lane] && p.y <= node.maxY[lane] &&
-           p.z >= node.minZ[lane] && p.z <= node.maxZ[lane];
-}
+/// The search for the faces that strands grow on. Hair fills most of its hierarchy, so subtrees without a face are
+/// marked first.
+class FaceSearch {
+public:
+    explicit FaceSearch(const Object& object) : object_(object), has_face_(object.wideNodes.size())
+    {
+        for (std::size_t n = has_face_.size(); n-- > 0;)  // children come behind their parents
+            for (int lane = 0; lane < 8; ++lane) has_face_[n] |= HasFace(object.wideNodes[n], lane);
+    }
 
-/// Texture coordinates of the face nearest to a point among those in the nodes around it.
-Vector2 SurfaceUV(const Object& object, Vector point)
-{
-    NearestFace                nearest;
-    std::vector<std::uint32_t> stack;
-    if (!object.wideNodes.empty()) stack.push_back(0);
-    while (!stack.empty()) {
-        const WideNode& node = object.wideNodes[stack.back()];
-        stack.pop_back();
+    /// Texture coordinates of the face nearest to a point among those in the nodes around it, or (0, 0).
+    Vector2 SurfaceUV(Vector point) const
+    {
+        NearestFace nearest;
+        if (!has_face_.empty() && has_face_[0] != 0) SearchNode(0, point, nearest);
+        if (nearest.kind == PrimitiveKind::None) return {};
+        const Part& part = object_.parts[nearest.part];
+        float       uv[2];
+        MixUv(part, CornersOf(part, nearest.kind, nearest.index, nearest.hit), uv);
+        return {uv[0], uv[1]};
+    }
+
+private:
+    /// Calls `visit` with the blocks that hold a leaf, until it returns true.
+    template <class Visit>
+    bool AnyBlock(const WideNode& node, int lane, const Visit& visit) const
+    {
+        std::uint32_t place = node.first[lane] % kBlockLength, left = node.count[lane];
+        for (std::size_t b = node.first[lane] / kBlockLength; left > 0 && b < object_.leafBlocks.size(); ++b) {
+            const LeafBlock& block = object_.leafBlocks[b];
+            if (visit(block)) return true;
+            left -= std::min<std::uint32_t>(left, block.used - place);
+            place = 0;
+        }
+        return false;
+    }
+
+    bool HasFace(const WideNode& node, int lane) const
+    {
+        if (node.first[lane] == kNone) return false;
+        if (node.count[lane] == 0) return has_face_[node.first[lane]] != 0;
+        return AnyBlock(node, lane, [](const LeafBlock& block) {
+            return block.kind >= static_cast<std::uint8_t>(PrimitiveKind::Triangle);
+        });
+    }
+
+    void SearchLeaf(const WideNode& node, int lane, Vector point, NearestFace& nearest) const
+    {
+        AnyBlock(node, lane, [&](const LeafBlock& block) {
+            // All of a block is tried: what is not of this leaf is of another one of the same node.
+            if (block.kind == static_cast<std::uint8_t>(PrimitiveKind::Triangle)) TryTriangles(block, point, nearest);
+            if (block.kind == static_cast<std::uint8_t>(PrimitiveKind::Tetragon))
+                for (int slot = 0; slot < block.used; ++slot) TryTetragon(block, slot, point, nearest);
+            return false;
+        });
+    }
+
+    void SearchNode(std::uint32_t index, Vector point, NearestFace& nearest) const
+    {
+        const WideNode& node = object_.wideNodes[index];
+        const Float8    x = Splat8(point.x), y = Splat8(point.y), z = Splat8(point.z);
+        const unsigned  around =
+            Bits(LessEqual(Load8(node.minX), x) & LessEqual(x, Load8(node.maxX)) & LessEqual(Load8(node.minY), y) &
+                 LessEqual(y, Load8(node.maxY)) & LessEqual(Load8(node.minZ), z) & LessEqual(z, Load8(node.maxZ)));
         for (int lane = 0; lane < 8; ++lane) {
             if (node.first[lane] == kNone) continue;
-            if (node.count[lane] == 0) {
-                if (LaneContains(node, lane, point)) stack.push_back(node.first[lane]);
-                continue;
-            }
-            std::uint32_t left = node.count[lane];  // slots of kind None fill up blocks and do not count
-            for (std::size_t slot = node.first[lane]; left > 0 && slot < object.wideRefs.size(); ++slot) {
-                if (object.wideRefs[slot].kind == 0) continue;
-                TryReference(object, object.wideRefs[slot], point, nearest);
-                --left;
-            }
+            // Meant: leaves are searched wherever they are, only inner lanes must contain the point.
+            if (node.count[lane] > 0)
+                SearchLeaf(node, lane, point, nearest);
+            else if ((around >> lane & 1u) != 0 && has_face_[node.first[lane]] != 0)
+                SearchNode(node.first[lane], point, nearest);
         }
     }
-    return nearest.uv;
+
+    const Object&             object_;
+    std::vector<std::uint8_t> has_face_;  ///< of each wide node: 1 when there is a face below it
+};
+
+/// First cylinder of each strand, and at the end that behind the last one. Strands beyond the cylinders are left out.
+std::vector<std::size_t> FirstCylinders(const Part& part)
+{
+    std::vector<std::size_t> firsts{0};
+    for (const std::uint32_t size : part.strandSizes) {
+        if (firsts.back() + size > part.cylinders.size()) break;
+        firsts.push_back(firsts.back() + size);
+    }
+    return firsts;
 }
 
 }  // namespace
@@ -173,19 +234,22 @@ void PrepareStrands(Part& part)
 
 void AssignStrandUVs(Object& object)
 {
+    const auto grows = [](const Part& part) { return !part.strandSizes.empty(); };
+    if (std::none_of(object.parts.begin(), object.parts.end(), grows)) return;
+    const FaceSearch search(object);
     for (Part& part : object.parts) {
-        std::size_t cylinder = 0;
-        auto&       uvs      = part.uvs[0].values;
-        for (const std::uint32_t size : part.strandSizes) {
-            if (cylinder + size > part.cylinders.size()) break;
-            if (size > 0 && part.cylinders[cylinder] < part.positions.size()) {
-                const Vector2 uv = SurfaceUV(object, part.positions[part.cylinders[cylinder]]);
-                for (std::size_t i = cylinder; i < cylinder + size; ++i)
-                    for (const std::size_t vertex :
-                         {std::size_t{part.cylinders[i]}, std::size_t{part.cylinders[i]} + 1})
-                        if (vertex < uvs.size()) uvs[vertex] = uv;
-            }
-            cylinder += size;
+        const std::vector<std::size_t> firsts = FirstCylinders(part);
+        std::vector<Vector2>&          uvs    = part.uvs[0].values;
+        const auto                     count  = static_cast<std::int64_t>(firsts.size()) - 1;
+#pragma omp parallel for schedule(dynamic, 64) num_threads(TeamSize()) if (count >= 256)
+        for (std::int64_t strand = 0; strand < count; ++strand) {
+            const std::size_t begin = firsts[static_cast<std::size_t>(strand)];
+            const std::size_t end   = firsts[static_cast<std::size_t>(strand) + 1];
+            if (begin == end || part.cylinders[begin] >= part.positions.size()) continue;
+            const Vector2 uv = search.SurfaceUV(part.positions[part.cylinders[begin]]);
+            for (std::size_t i = begin; i < end; ++i)
+                for (const std::size_t vertex : {std::size_t{part.cylinders[i]}, std::size_t{part.cylinders[i]} + 1})
+                    if (vertex < uvs.size()) uvs[vertex] = uv;
         }
     }
 }

@@ -3,15 +3,15 @@
 #include "scene/sections.h"
 #include "shading/shading.h"
 
-#include <algorithm>
-#include <iterator>
-
 namespace hv {
 
 namespace {
 
+/// Sections fill the registries, which are global.
+struct FileLevel {};
+
 // Read on the side, so that the registry holds whole cameras only.
-void AddCamera(SceneReader& reader)
+void AddCamera(SceneReader& reader, FileLevel&)
 {
     Camera camera;
     CameraDefaults(camera);
@@ -20,7 +20,7 @@ void AddCamera(SceneReader& reader)
 }
 
 // The record replaces whatever a reference or an earlier section of the same name has left in the registry.
-void PlaceShader(SceneReader& reader)
+void PlaceShader(SceneReader& reader, FileLevel&)
 {
     Shader shader;
     ReadShader(reader, shader);
@@ -28,35 +28,52 @@ void PlaceShader(SceneReader& reader)
     Shaders[index]            = std::move(shader);
 }
 
-struct Section {
-    std::string_view word;
-    void (*read)(SceneReader& reader);
+// Lights and objects are read where they stand in their registries, as nothing in their blocks adds another.
+void ReadRender(SceneReader& reader, FileLevel&) { ReadRenderSection(reader, Settings); }
+void ReadSky(SceneReader& reader, FileLevel&) { ReadSkyLight(reader, SkyLight); }
+void ReadEmitters(SceneReader& reader, FileLevel&) { ReadGeometryLight(reader, GeometryLight); }
+void AddPointLight(SceneReader& reader, FileLevel&) { AppendAndRead(reader, PointLights, ReadPointLight); }
+void AddParallelLight(SceneReader& reader, FileLevel&) { AppendAndRead(reader, ParallelLights, ReadParallelLight); }
+void AddObject(SceneReader& reader, FileLevel&) { AppendAndRead(reader, Objects, ReadObject); }
+
+constexpr Keyword<FileLevel> kSections[] = {
+    {"render", ReadRender, {"", "", "settings"}},
+    {"sky_light", ReadSky, {"", "", "what lies around the scene"}},
+    {"geometry_light", ReadEmitters, {"", "", "all glowing surfaces"}},
+    {"camera", AddCamera, {"", "", "a camera; the first one renders", Effect::Adds}},
+    {"point_light", AddPointLight, {"", "", "a lamp or spot", Effect::Adds}},
+    {"parallel_light", AddParallelLight, {"", "", "a sun", Effect::Adds}},
+    {"object", AddObject, {"", "", "geometry, from files and other objects", Effect::Adds}},
+    {"shader", PlaceShader, {"", "", "a material", Effect::Adds}},
 };
 
-// Lights and objects are read where they stand in their registries, as nothing in their blocks adds another.
-constexpr Section kSections[] = {
-    {"render", [](SceneReader& reader) { ReadRenderSection(reader, Settings); }},
-    {"sky_light", [](SceneReader& reader) { ReadSkyLight(reader, SkyLight); }},
-    {"geometry_light", [](SceneReader& reader) { ReadGeometryLight(reader, GeometryLight); }},
-    {"camera", AddCamera},
-    {"point_light", [](SceneReader& reader) { AppendAndRead(reader, PointLights, ReadPointLight); }},
-    {"parallel_light", [](SceneReader& reader) { AppendAndRead(reader, ParallelLights, ReadParallelLight); }},
-    {"object", [](SceneReader& reader) { AppendAndRead(reader, Objects, ReadObject); }},
-    {"shader", PlaceShader},
-};
+void ReadSections(SceneReader& reader)
+{
+    FileLevel file;
+    reader.ListSections(kSections);
+    while (reader.NextLine()) ReadLine(reader, file, kSections);
+}
 
 }  // namespace
 
 bool ReadSceneFile(const std::string& path)
 {
     SceneReader reader(path);
-    if (!reader.IsOpen()) return false;
-    while (reader.NextLine()) {
-        const auto section = std::find_if(std::begin(kSections), std::end(kSections),
-                                          [&](const Section& known) { return known.word == reader.Keyword(); });
-        if (section != std::end(kSections)) section->read(reader);
-    }
-    return true;
+    if (reader.IsOpen()) ReadSections(reader);
+    return reader.IsOpen();
+}
+
+bool ReadSceneFile(const std::string& path, Transcript& transcript)
+{
+    SceneReader reader(path, transcript);
+    if (reader.IsOpen()) ReadSections(reader);
+    return reader.IsOpen();
+}
+
+void ReadSceneLines(std::unique_ptr<LineSource> lines, Transcript& transcript)
+{
+    SceneReader reader(std::move(lines), transcript);
+    ReadSections(reader);
 }
 
 }  // namespace hv

@@ -38,6 +38,10 @@ std::vector<std::string> SceneFilesIn(const std::string& path)
     return files;
 }
 
+constexpr const char* kSubfolders[] = {"/shader", "/render", "/light", "/camera", "/geometry"};
+
+}  // namespace
+
 // Image folders glue their word to the path as it is: inside a path that ends in a separator, beside any other.
 void SetSearchPaths(const std::string& folder)
 {
@@ -49,7 +53,13 @@ void SetSearchPaths(const std::string& folder)
     SceneFolder         = folder;
 }
 
-}  // namespace
+std::vector<std::string> SceneFiles(const std::string& folder)
+{
+    std::vector<std::string> files;
+    for (const char* subfolder : kSubfolders)
+        for (std::string& file : SceneFilesIn(folder + subfolder)) files.push_back(std::move(file));
+    return files;
+}
 
 int LoadFolder(const std::string& path)
 {
@@ -66,8 +76,7 @@ int LoadScene(std::string_view folder)
     SetSearchPaths(path);
     const std::int64_t start = Milliseconds();
     int                count = 0;
-    for (const char* subfolder : {"/shader", "/render", "/light", "/camera", "/geometry"})
-        count += LoadFolder(path + subfolder);
+    for (const char* subfolder : kSubfolders) count += LoadFolder(path + subfolder);
     ReportValue("scene parsing", static_cast<float>(Milliseconds() - start) / 1000.0f, "seconds");
     PrintRule();
     return count;

@@ -11,12 +11,25 @@ inline constexpr std::size_t kLineLimit = 4095;  ///< characters of a line, its 
 /// What separates words: the white space of the classic locale, whatever the locale of the process.
 inline constexpr const char* kSpace = " \t\n\v\f\r";
 
-/// A text file, line by line, through one buffer of fixed size. Only regular files open: reading a directory fails
-/// late, and a pipe may never end.
-class TextFile {
+/// Text that comes line by line.
+class LineSource {
+public:
+    virtual ~LineSource() = default;
+
+    /// The next line without its line feed, ended by a zero byte and valid until the next call; null at the end. A line
+    /// longer than kLineLimit comes in pieces of that many characters, for all of which but the last IsCut() holds.
+    virtual const char* NextLine() = 0;
+
+    /// Whether the last line goes on in the next one.
+    virtual bool IsCut() const { return false; }
+};
+
+/// A text file, through one buffer of fixed size. Only regular files open: reading a directory fails late, and a pipe
+/// may never end.
+class TextFile final : public LineSource {
 public:
     explicit TextFile(const std::string& path);
-    ~TextFile();
+    ~TextFile() override;
     TextFile(const TextFile&)            = delete;
     TextFile& operator=(const TextFile&) = delete;
 
@@ -25,12 +38,8 @@ public:
     /// Bytes of the file when it was opened.
     std::size_t Size() const { return size_; }
 
-    /// The next line without its line feed, ended by a zero byte and valid until the next call; null at the end of the
-    /// file. A longer line comes in pieces of kLineLimit characters, for all of which but the last IsCut() holds.
-    const char* NextLine();
-
-    /// Whether the last line goes on in the next one.
-    bool IsCut() const { return is_cut_; }
+    const char* NextLine() override;
+    bool        IsCut() const override { return is_cut_; }
 
 private:
     void Refill();

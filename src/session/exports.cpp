@@ -3,6 +3,7 @@
 #include "lights/lights.h"
 #include "scene/scene.h"
 #include "session/guard.h"
+#include "session/preview.h"
 #include "session/session.h"
 #include "session/stages.h"
 #include "shading/shading.h"
@@ -17,9 +18,12 @@ void RunScene(const char* folder)
 {
     Startup();
     PrintBanner();
+    if (!PreparePreview()) return;  // large scenes take long to read
     LoadScene(folder ? folder : "");
     Initialize();
-    Render();
+    if (!Render()) return;
+    PrintTitle("         click to close the preview window. happy rendering. thank you!         ");
+    PrintRule();
 }
 
 }  // namespace

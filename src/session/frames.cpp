@@ -3,6 +3,7 @@
 #include "lights/lights.h"
 #include "output/output.h"
 #include "session/console.h"
+#include "session/preview.h"
 #include "session/session.h"
 #include "session/settings.h"
 
@@ -66,25 +67,8 @@ void ReportStatistics()
     ReportTriple("variance of " + image.path, variance, "n/a");
 }
 
-}  // namespace
-
-void Render()
+void RenderNextFrame()
 {
-    FrameCounter         = 0;
-    const Camera* camera = ActiveCamera();
-    if (!camera) return;  // told by the renderer stage
-    if (!IsFilmPrepared(*camera)) {
-        PrintError("camera - the film is not prepared, nothing is rendered");
-        return PrintRule();
-    }
-    if (Settings.PreviewWindow) PrintWarning("preview - this release has no window, frames run without it");
-    for (std::uint32_t frame = 0; frame < FrameCount(); ++frame) RenderFrame();
-}
-
-void RenderFrame()
-{
-    if (FrameCounter >= FrameCount()) return;
-
     StartFrame();
     RenderPixels(static_cast<std::uint16_t>(FrameCounter));
     if (FrameCounter == 0)
@@ -94,9 +78,38 @@ void RenderFrame()
     ReportPerformance();
 
     const bool goes_on = ObserverAgrees();
-    if (goes_on && FrameCounter < FrameCount()) return;
+    if (goes_on && !IsRenderOver()) return;
     FrameCounter = FrameCount();  // a render that was stopped is over as well
     CloseRender();
+}
+
+}  // namespace
+
+bool Render()
+{
+    FrameCounter         = 0;
+    const Camera* camera = ActiveCamera();
+    if (!camera) return false;  // told by the renderer stage
+    if (!IsFilmPrepared(*camera)) {
+        if (Settings.PreviewWindow && IsPreviewRefused()) return false;  // told when it was to be prepared
+        PrintError("camera - the film is not prepared, nothing is rendered");
+        PrintRule();
+        return false;
+    }
+    if (Settings.PreviewWindow) {
+        if (!PreparePreview()) return false;
+        if (RunPreview()) return true;
+    }
+    while (!IsRenderOver()) RenderFrame();
+    return false;
+}
+
+bool IsRenderOver() { return FrameCounter >= FrameCount(); }
+
+void RenderFrame()
+{
+    if (!IsRenderOver()) RenderNextFrame();
+    if (Settings.PreviewWindow) RefreshPreview();
 }
 
 void CloseRender()

@@ -8,10 +8,13 @@
 #include "session/guard.h"
 #include "session/sampling.h"
 #include "session/session.h"
+#include "shading/shader.h"
 #include "transport/transport.h"
 
 #include <algorithm>
+#include <cmath>
 #include <filesystem>
+#include <sstream>
 #include <system_error>
 
 using namespace hv;
@@ -78,12 +81,32 @@ bool ShowAOV(const CameraAOV& aov, hvxImage* image)
     return true;
 }
 
-int LoadSceneFolder(const char* folder)
+bool IsReadableFolder(const char* folder)
 {
     std::error_code error;
-    if (!folder || !std::filesystem::is_directory(folder, error)) return -1;
+    if (!folder || !std::filesystem::is_directory(folder, error)) return false;
     std::filesystem::directory_iterator readable(folder, error);
-    return error ? -1 : LoadScene(folder);
+    return !error;
+}
+
+int LoadSceneFolder(const char* folder) { return IsReadableFolder(folder) ? LoadScene(folder) : -1; }
+
+int CheckSceneFolder(const char* folder, hvxFindingCallback callback, void* user)
+{
+    if (!IsReadableFolder(folder)) return -1;
+    const std::vector<Finding> findings = CheckScene(folder);
+    for (const Finding& finding : findings) {
+        const hvxFinding told = {finding.file.c_str(), finding.line, finding.column, finding.is_error,
+                                 finding.text.c_str()};
+        if (callback) callback(&told, user);
+    }
+    return static_cast<int>(findings.size());
+}
+
+void ListKeywords(hvxLineCallback callback, void* user)
+{
+    std::istringstream text(SceneFormatReference());
+    for (std::string line; std::getline(text, line);) callback(line.c_str(), user);
 }
 
 }  // namespace
@@ -108,6 +131,16 @@ void hvxPrintBanner() { Guarded(PrintBanner); }
 int hvxLoadScene(const char* folder)
 {
     return Guarded(-1, [&] { return LoadSceneFolder(folder); });
+}
+
+int hvxCheckScene(const char* folder, hvxFindingCallback callback, void* user)
+{
+    return Guarded(-1, [&] { return CheckSceneFolder(folder, callback, user); });
+}
+
+void hvxListKeywords(hvxLineCallback callback, void* user)
+{
+    if (callback) Guarded([&] { ListKeywords(callback, user); });
 }
 
 int hvxGetCameraCount() { return static_cast<int>(Cameras.size()); }
@@ -154,6 +187,17 @@ bool hvxGetLightAOV(hvxLight kind, int light, int aov, hvxImage* image)
 void hvxSetFrameCallback(hvxFrameCallback callback, void* user) { SetFrameObserver(callback, user); }
 void hvxSetDensityCallback(hvxDensityCallback callback, void* user) { SetDensityObserver(callback, user); }
 void hvxSetWriteCallback(hvxWriteCallback callback, void* user) { SetWriteObserver(callback, user); }
+
+void hvxSetHairAbsorption(int shader, float r, float g, float b)
+{
+    if (shader < 0 || static_cast<std::size_t>(shader) >= Shaders.size()) return;
+    const auto valid = [](float x) { return x >= 0.0f && std::isfinite(x); };
+    if (!valid(r) || !valid(g) || !valid(b)) return;
+    float(&absorption)[3] = Shaders[static_cast<std::size_t>(shader)].volume_shader.hair_absorption;
+    absorption[0]         = r;
+    absorption[1]         = g;
+    absorption[2]         = b;
+}
 
 void hvxSetPictureChild(bool on, int seconds, int megabytes) { SetPictureChild(on, seconds, megabytes); }
 

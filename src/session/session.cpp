@@ -7,6 +7,7 @@
 #include "scene/scene.h"
 #include "session/console.h"
 #include "session/path_stack.h"
+#include "session/preview.h"
 #include "session/sampling.h"
 #include "session/search_paths.h"
 #include "session/settings.h"
@@ -93,6 +94,7 @@ void InitializeAccelerator() { PrepareScene(PrepareDensity); }
 
 void Initialize()
 {
+    if (!PreparePreview()) return;
     InitializeCameras();
     ReportTextures();
     PrepareShaders();

@@ -12,12 +12,16 @@ void FinalizeSession();
 void Shutdown();
 void PrintBanner();
 
-/// Resets FrameCounter and runs all frames of the active camera.
-void Render();
+/// Resets FrameCounter and runs all frames of the active camera, in the preview window if that is set. Returns whether
+/// a window was shown, which is closed by now.
+bool Render();
 
-/// One frame: pixels, tuning after frame 0, motion, the performance line, and after the last frame CloseRender. Does
-/// nothing once all frames are done.
+/// One frame: pixels, tuning after frame 0, motion, the performance line, and after the last frame CloseRender; then the
+/// preview is refreshed. Nothing but that once all frames are done.
 void RenderFrame();
+
+/// Whether all frames are done, or the render was stopped.
+bool IsRenderOver();
 
 /// The end of a render: statistics, pictures, lights released.
 void CloseRender();

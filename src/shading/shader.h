@@ -33,7 +33,7 @@ struct ShaderElement {
 };
 
 /// Parameters of hair scattering with their tables.
-struct HairParameters {
+struct HairParameters {                                              // the defaults last until PrepareHair
     float beta[3]       = {0.174532925f, 0.34906585f, 0.52359878f};  ///< lobe widths, radians
     float ior           = 1.55f;
     float absorption[3] = {0.01f, 0.02f, 0.01f};
@@ -83,10 +83,11 @@ struct GeometryShader {
 
 /// The inside of a body, or of the whole scene.
 struct VolumeShader {
-    Color         albedo         = kBlack;
-    Color         transmittance  = kWhite;  ///< colour left after one metre
-    float         average_cosine = 0.0f;
-    std::uint32_t medium_id      = 0;
+    Color         albedo             = kBlack;
+    Color         transmittance      = kWhite;  ///< colour left after one metre
+    float         average_cosine     = 0.0f;
+    std::uint32_t medium_id          = 0;
+    float         hair_absorption[3] = {0, 0, 0};  ///< of fibres, per radius; hvxSetHairAbsorption alone sets it
 };
 
 struct Shader {

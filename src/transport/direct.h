@@ -2,8 +2,8 @@
 
 #include "base/constants.h"
 #include "output/aov.h"
+#include "shading/hair.h"
 #include "transport/branches.h"
-#include "transport/hair.h"
 #include "transport/transport.h"
 
 /// The shape that all direct-lighting functions share; private to this folder.
@@ -109,11 +109,11 @@ ElementRadiance DensityTerms(const Receiver& at, Vector d, Color light, const We
     ElementRadiance     terms;
     if (at.is_hair) {
         if (point.has_lambertian) {
-            const float f    = HairDiffuse(point, d);
+            const float f    = HairDiffuse(point.outgoing, d, point.tangent);
             terms.lambertian = light * (f * weight(f));
         }
         if (point.has_glossy) {
-            const HairLobeSet lobes = HairLobes(point, d);
+            const HairLobeSet lobes = HairLobes(*point.hair, point.outgoing, d, point.tangent);
             for (int p = 0; p < 3; ++p) terms.glossy += light * lobes.colors[p] * weight(lobes.densities[p]);
         }
         return terms;

@@ -22,9 +22,9 @@ ElementRadiance HairTerms(const Receiver& at, Vector d, Color color, SampleNumbe
 {
     ElementRadiance terms;
     if (!number.IsBranching()) color *= kPi;  // meant: on paths that take one sample a vertex only
-    if (at.point.has_lambertian) terms.lambertian = color * HairDiffuse(at.point, d);
+    if (at.point.has_lambertian) terms.lambertian = color * HairDiffuse(at.point.outgoing, d, at.point.tangent);
     if (at.point.has_glossy) {
-        const HairLobeSet lobes = HairLobes(at.point, d);
+        const HairLobeSet lobes = HairLobes(*at.point.hair, at.point.outgoing, d, at.point.tangent);
         terms.glossy            = color * (lobes.colors[0] + lobes.colors[1] + lobes.colors[2]);
     }
     return terms;

@@ -1,10 +1,10 @@
 #include "lights/lights.h"
 #include "output/output.h"
 #include "session/settings.h"
+#include "shading/hair.h"
 #include "shading/shading.h"
 #include "transport/aov_weight.h"
 #include "transport/branches.h"
-#include "transport/hair.h"
 #include "transport/transport.h"
 
 #include <algorithm>
@@ -40,9 +40,12 @@ bool MayShare(const RayRecord& ray)
 
 float HairScatterDensity(const RayRecord& ray)
 {
-    if (ray.element == ElementCode::Lambertian) return HairDiffuse(*ray.from_surface, ray.direction);
-    if (ray.element != ElementCode::GlossyReflection || ray.from_lobe > 2) return 0.0f;
-    return HairLobes(*ray.from_surface, ray.direction).densities[ray.from_lobe];
+    const SurfacePoint& from = *ray.from_surface;
+    if (ray.element == ElementCode::Lambertian) return HairDiffuse(from.outgoing, ray.direction, from.tangent);
+    if (ray.element != ElementCode::GlossyReflection || ray.from_lobe >= kHairLobeCount) return 0.0f;
+    float densities[kHairLobeCount];
+    HairLobeDensities(*from.hair, from.outgoing, ray.direction, from.tangent, densities);
+    return densities[ray.from_lobe];
 }
 
 /// Density (1/sr) with which the vertex that the ray left scattered into its direction.

@@ -1,6 +1,7 @@
 #include "base/constants.h"
 #include "lights/lights.h"
 #include "session/sampling.h"
+#include "shading/hair.h"
 #include "transport/branches.h"
 #include "transport/diffusion.h"
 #include "transport/spawn.h"
@@ -135,6 +136,27 @@ Color ScatterHairCosine(const RayRecord& ray, const SurfacePoint& point)
     return sum / static_cast<float>(branches.count);
 }
 
+[[gnu::noinline]] Color TraceHairLobe(const RayRecord& ray, const SurfacePoint& point, const Branches& branches,
+                                      std::uint32_t k, Color throughput)
+{
+    const HairSample sample = SampleHair(*point.hair, point.outgoing, point.tangent);
+    RayRecord        child  = SpawnBranch(ray, point, branches, k, ElementCode::GlossyReflection, sample.direction,
+                                          throughput * sample.weight);
+    child.from_lobe         = static_cast<std::uint8_t>(sample.lobe);
+    return Radiance(child) * sample.weight;
+}
+
+/// Light over the lobes of a fibre. Directions are drawn lobe by lobe with the density of the lobe, so that each child
+/// counts with what the lobe leaves of the light.
+Color ScatterHairLobes(const RayRecord& ray, const SurfacePoint& point, Color throughput)
+{
+    const Branches branches = SplitBranches(ray, Mean(throughput), Settings.RendererSample);
+    Color          sum      = kBlack;
+    for (std::uint32_t k = branches.first; k < branches.end; k += branches.stride)
+        sum += TraceHairLobe(ray, point, branches, k, throughput);
+    return sum / static_cast<float>(branches.count);
+}
+
 /// A ray mirrored at n, with c = -(d . n).
 Vector Mirror(Vector d, Vector n, float c) { return d + 2.0f * c * n; }
 
@@ -255,7 +277,7 @@ Color ScatterGlossy(const RayRecord& ray, const SurfacePoint& point)
 {
     const Color throughput = ray.throughput * point.glossy;
     if (!IsPresent(throughput) || !MayScatter(ray)) return kBlack;
-    if (IsHair(ray)) return kBlack;  // the lobes of a fibre are not built yet
+    if (IsHair(ray)) return ScatterHairLobes(ray, point, throughput);
     const float    mean     = Mean(throughput) * std::max(point.transmittance, point.reflectance);
     const Branches branches = SplitBranches(ray, mean, Settings.RendererSample);
     GlossySide     reflected, refracted;
