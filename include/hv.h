@@ -357,8 +357,8 @@ HV_API int hvAddInstance(int object);
  *  names no shader, such as -1, overrides nothing. */
 HV_API void hvSetInstance(int object, int instance, int target_object, const float (*matrix)[4], int shader);
 
-/* ---- Point lights. The light that a surface reflects is its colour times that of the light, times the cosine, over the
- *      square of the distance: no factor 1 / pi. ---- */
+/* ---- Point lights. The light that a surface reflects is its colour times that of the light, times the cosine, over
+ *      the square of the distance: no factor 1 / pi. ---- */
 
 HV_API int  hvAddPointLight(void);                                          /**< returns its handle */
 HV_API void hvSetPointLightPosition(int light, float x, float y, float z);  /**< metres. Default: 0 0 0 */
@@ -430,8 +430,8 @@ HV_API int  hvAddSkyLightAOV(void);
 HV_API void hvSetSkyLightAOVName(int aov, const char* path);
 HV_API void hvSetSkyLightAOVChannel(int aov, enum Channel channel); /**< rays that meet the sky feed all of its AOVs */
 
-/* ---- Geometry light: all emissive surfaces together. Of those whose layers are virtual lights it keeps 18481 points, from
- *      which direct lighting draws. ---- */
+/* ---- Geometry light: all emissive surfaces together. Of those whose layers are virtual lights it keeps 18481 points,
+ *      from which direct lighting draws. ---- */
 
 /** Photons to cast. Above 0 they, and not rays, carry the light of sampled emitters that goes from a diffuse surface
  *  over a mirror to the emitter: as caustics, where the emitter is a virtual light. Default: 1000000. */

@@ -129,9 +129,9 @@ typedef void (*hvxDensityCallback)(double megabytes, double total_megabytes, flo
 HV_API void hvxSetDensityCallback(hvxDensityCallback callback, void* user); /**< null: none, the default */
 
 /** Absorption inside fibres that wear a shader, per radius of the fibre: each channel at least 0, default 0 0 0, which
- *  is clear. It colours the light that goes through a fibre (the lobes TT and TRT of a Dielectric shader) and leaves the
- *  highlight on its surface white, as in real hair. Set it before hvInitialize. A bad handle, a negative or non-finite
- *  channel change nothing. */
+ *  is clear. It colours the light that goes through a fibre (the lobes TT and TRT of a Dielectric shader) and leaves
+ *  the highlight on its surface white, as in real hair. Set it before hvInitialize. A bad handle, a negative or
+ *  non-finite channel change nothing. */
 HV_API void hvxSetHairAbsorption(int shader, float r, float g, float b);
 
 /** Decodes each picture file in a forked child process, so that a file that crashes, stalls or swamps its decoder costs

@@ -469,6 +469,33 @@ TEST_F(Surface, PictureMovesEachPointByItsTexelAndTheDataComeAlong)
     EXPECT_NEAR(right, 0.9f, 1e-4f);
 }
 
+// Eight lanes and portions of points give the grid of one triangle, bit by bit.
+TEST_F(Surface, DisplacedTriangleIsItsGrid)
+{
+    for (const int level : {1, 2, 13, 100}) {
+        const std::uint32_t shader = AddShader(-1);
+        AddEntry(shader, level, {0, 0, 0});
+        Part part;
+        part.positions = {{0, 0, 0}, {2, 0, 1}, {0, 3, 0}};
+        part.normals   = {PackDirection(Unit(1, 0, 2)), PackDirection(Unit(0, -1, 1)), PackDirection(Unit(-1, 1, 3))};
+        part.tangents.assign(3, PackDirection({1, 0, 0}));
+        part.triangles = {{0, 1, 2, shader}};
+        Vector normals[3];
+        for (int c = 0; c < 3; ++c) normals[c] = UnpackDirection(part.normals[static_cast<std::size_t>(c)]);
+        const Vector corners[3] = {part.positions[0], part.positions[1], part.positions[2]};
+        TriangleGrid grid;
+        TessellateTriangle(corners, normals, level, grid);
+
+        Displace(part);
+        ASSERT_EQ(part.triangles.size(), grid.triangles.size());
+        ASSERT_EQ(part.positions.size(), 3 + grid.points.size());
+        for (std::size_t k = 0; k < grid.triangles.size(); ++k)
+            EXPECT_EQ(grid.triangles[k],
+                      (std::array{part.triangles[k].i0 - 3, part.triangles[k].i1 - 3, part.triangles[k].i2 - 3}));
+        EXPECT_TRUE(std::equal(grid.points.begin(), grid.points.end(), part.positions.begin() + 3));
+    }
+}
+
 TEST_F(Surface, EachShaderRefinesItsOwnFacesAsOftenAsItHasEntries)
 {
     // Faces without normals stay as they are; all are cut into triangles.

@@ -101,9 +101,12 @@ bool HaveSameValues(const Part& part, std::uint32_t a, std::uint32_t b)
     return same;
 }
 
-/// For each vertex the first one at its place that carries the same values in all arrays.
+/// For each vertex the first one at its place that carries the same values in all arrays. Empty where there are none.
 std::vector<std::uint32_t> WeldValues(const Part& part, const std::vector<std::uint32_t>& places)
 {
+    bool has_values = false;
+    ForEachValues(part, [&](const auto&) { has_values = true; });
+    if (!has_values) return {};
     return FirstEqual(
         places.size(), [&](std::uint32_t i) { return HashValues(part, i, MixHash(0, places[i])); },
         [&](std::uint32_t i, std::uint32_t k) { return places[i] == places[k] && HaveSameValues(part, i, k); });
@@ -181,7 +184,9 @@ struct SmoothInput {
     const Part&                       part;
     const AngleRules&                 rules;
     const CornerRuns&                 runs;
-    const std::vector<std::uint32_t>& twins;  ///< of each vertex the first with its place and values
+    const std::vector<std::uint32_t>& twins;  ///< of each vertex the first with its place and values; empty: all agree
+
+    std::uint32_t TwinOf(std::uint32_t vertex) const { return twins.empty() ? 0 : twins[vertex]; }
 };
 
 /// Makes the vertices of one place after the other. Each thread has its own.
@@ -244,7 +249,7 @@ NewVertex PlaceSmoother::MakeVertex(std::size_t corner) const
 
 bool PlaceSmoother::Matches(const NewVertex& a, const NewVertex& b) const
 {
-    return a.normal == b.normal && a.tangent == b.tangent && input_.twins[a.source] == input_.twins[b.source];
+    return a.normal == b.normal && a.tangent == b.tangent && input_.TwinOf(a.source) == input_.TwinOf(b.source);
 }
 
 std::uint32_t PlaceSmoother::FindOrAppend(const NewVertex& vertex, std::size_t first)
@@ -264,7 +269,7 @@ void PlaceSmoother::ShareVertices(std::uint32_t* numbers)
         made.size(),
         [&](std::uint32_t c) {
             const std::uint64_t directions = HashWord(made[c].normal) | std::uint64_t{HashWord(made[c].tangent)} << 32;
-            return EndHash(MixHash(MixHash(0, directions), input_.twins[made[c].source]));
+            return EndHash(MixHash(MixHash(0, directions), input_.TwinOf(made[c].source)));
         },
         [&](std::uint32_t a, std::uint32_t b) { return Matches(made[a], made[b]); });
     for (std::size_t c = 0; c < made.size(); ++c) {
@@ -392,11 +397,12 @@ void RenewVertices(Part& part, const std::vector<Block>& blocks, std::size_t cou
 std::vector<Block> SmoothCorners(Part& part)
 {
     const AngleRules                 rules(part);
-    const std::vector<std::uint32_t> places = WeldPositions(part);
+    std::vector<std::uint32_t>       places = WeldPositions(part);
     const std::vector<std::uint32_t> twins  = WeldValues(part, places);
     const CornerRuns                 runs   = ListRuns(part, places);
     std::vector<Block>               blocks = CutBlocks(places.size());
-    std::vector<std::uint32_t>       numbers(runs.corners.size());
+    Release(places);
+    std::vector<std::uint32_t> numbers(runs.corners.size());
     SmoothBlocks({part, rules, runs, twins}, blocks, numbers);
     NumberBlocks(blocks);
     RenumberFaces(part, runs, blocks, numbers);

@@ -16,8 +16,8 @@ void PrintBanner();
 /// a window was shown, which is closed by now.
 bool Render();
 
-/// One frame: pixels, tuning after frame 0, motion, the performance line, and after the last frame CloseRender; then the
-/// preview is refreshed. Nothing but that once all frames are done.
+/// One frame: pixels, tuning after frame 0, motion, the performance line, and after the last frame CloseRender; then
+/// the preview is refreshed. Nothing but that once all frames are done.
 void RenderFrame();
 
 /// Whether all frames are done, or the render was stopped.
