@@ -1,12 +1,16 @@
 // The command-line host: renders a scene folder to a picture. It uses nothing but the public headers. Standard output
 // carries the library's report alone; whatever this program has to say goes to standard error.
 
+#include <unistd.h>
+
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <vector>
 
@@ -172,6 +176,50 @@ void OnWrite(const char* path, bool written, void* user)
     if (files.beauty == path) files.beauty_written = written;
 }
 
+/// The library's report, for as long as it is not ended, in a file that nobody sees.
+class HiddenReport {
+public:
+    HiddenReport() : file_(std::tmpfile()), output_(file_ != nullptr ? dup(STDOUT_FILENO) : -1)
+    {
+        if (output_ < 0) return;
+        std::fflush(stdout);
+        dup2(fileno(file_), STDOUT_FILENO);
+        hvxSetReport(true);
+    }
+
+    /// Gives standard output back and turns the report off. Returns the first error, empty without any.
+    std::string End()
+    {
+        if (output_ < 0) return "";
+        hvxSetReport(false);
+        std::fflush(stdout);
+        dup2(output_, STDOUT_FILENO);
+        close(output_);
+        constexpr std::string_view kMark = "error :( \t";
+        std::string                error;
+        char                       line[1024];
+        for (std::rewind(file_); error.empty() && std::fgets(line, sizeof line, file_) != nullptr;) {
+            const std::string text(line, std::strcspn(line, "\n"));
+            if (const auto at = text.find(kMark); at != text.npos) error = text.substr(at + kMark.size());
+        }
+        std::fclose(file_);
+        return error;
+    }
+
+private:
+    std::FILE* file_;
+    int        output_;  ///< standard output, set aside; below 0: the report stays off
+};
+
+/// Why the film of a quiet run is not there: only the library knows what kept the preview from opening.
+std::string InitializeQuietly()
+{
+    HiddenReport report;
+    hvInitialize();
+    const std::string error = report.End();
+    return error.empty() ? "no display for the preview, or no memory for the camera's film" : error;
+}
+
 /// Prepares and renders the loaded scene and writes its pictures.
 int Render(const Options& options, const Plan& plan)
 {
@@ -181,12 +229,15 @@ int Render(const Options& options, const Plan& plan)
     hvxSetFrameCallback(OnFrame, &progress);
     hvxSetDensityCallback(OnTooManyCells, nullptr);
 
-    hvInitialize();
+    std::string problem = "no memory for the camera's film";
+    if (options.preview && options.quiet)
+        problem = InitializeQuietly();
+    else
+        hvInitialize();
     hvxImage film{};
     if (!hvxGetCameraAOV(0, 0, &film)) {
-        if (!options.preview) return Fail("no memory for the camera's film");
         // Without a display nothing is prepared. The report has said so, unless it is off.
-        return options.quiet ? Fail("no display for the preview, or no memory for the camera's film") : kFailed;
+        return options.preview && !options.quiet ? kFailed : Fail(problem);
     }
     progress.Start();
     hvRender();

@@ -26,7 +26,7 @@ struct Options {
     bool                     log_occlusion = false;
 };
 
-CLI::App* AddOptions(CLI::App& app, Options& options)
+void AddOptions(CLI::App& app, Options& options)
 {
     app.add_option("model", options.model, "OBJ file")->required()->check(CLI::ExistingFile);
     app.add_option("--rays", options.ray_files, "ray files to shoot instead of the made sets");
@@ -41,7 +41,6 @@ CLI::App* AddOptions(CLI::App& app, Options& options)
     app.add_option("--runs", options.runs, "timed runs; the median counts")->check(CLI::Range(1, 1000));
     app.add_option("--tolerance", options.tolerance, "of distances, times the radius of the scene");
     app.add_flag("--log-occlusion", options.log_occlusion, "count blocked rays as the first frame does");
-    return &app;
 }
 
 void SetPoint(const std::vector<float>& values, hv::Vector& point, bool& given)
@@ -135,7 +134,8 @@ int main(int argc, char** argv)
 {
     Options  options;
     CLI::App app{"Rays per second on one model"};
-    CLI11_PARSE(*AddOptions(app, options), argc, argv);
+    AddOptions(app, options);
+    CLI11_PARSE(app, argc, argv);
     SetPoint(options.eye, options.view.eye, options.view.has_eye);
     SetPoint(options.target, options.view.target, options.view.has_target);
 

@@ -309,10 +309,22 @@ HV_API void hvSetSurfaceColor(int shader, int layer, enum Element element, float
 HV_API void hvSetSurfaceImage(int shader, int layer, enum Element element, const char* path, float gamma,
                               const float (*color_matrix)[4], const float (*uv_matrix)[3]);
 
-/** Appends a displacement entry and returns its handle within the shader. */
-HV_API int  hvAddDisplacementShader(int shader);
+/** Appends a displacement entry and returns its handle within the shader. Entries act one after the other, each on the
+ *  finer mesh that the one before has made. Displacement goes by smooth normals: with a smooth angle of 0 it prints a
+ *  warning and leaves the mesh as it is. */
+HV_API int hvAddDisplacementShader(int shader);
+
+/** How far each new vertex moves, metres: with d the offset, d.x along the tangent t, -d.y along n x t and d.z along
+ *  the normal n. Without an image d is this vector; with one d is (texel - 0.5) times it, channel by channel. (Scene
+ *  files can move along the axes of the object instead, by `direction`.) Default: 0 0 0, nothing moves. */
 HV_API void hvSetDisplacementVector(int shader, int entry, float x, float y, float z);
+
+/** Each triangle becomes level x level, on a curved patch through its corners; tetragons are split first. Default: 1.
+ *  0 or below takes the faces away. */
 HV_API void hvSetDisplacementLevel(int shader, int entry, int level);
+
+/** Picture of the offset; arguments as in hvSetSurfaceImage. Bytes become 0 to 1, 16-bit samples 0 to 257. The mesh
+ *  needs texture coordinates. */
 HV_API void hvSetDisplacementImage(int shader, int entry, const char* path, float gamma, const float (*color_matrix)[4],
                                    const float (*uv_matrix)[3]);
 
@@ -340,7 +352,9 @@ HV_API void hvAddRadii(int object, int part, int count, const float* radii);    
  *  "motion" of dimension 3 moves the vertices by itself in the course of the render. */
 HV_API void hvAddVertexData(int object, int part, const char* name, int dimension, int count, const float* data);
 
-/* Primitives. Indices name vertices of the part, which may be added later; primitives that name none are left out. */
+/* Primitives. Indices name vertices of the part, which may be added later; primitives that name none are left out.
+ * A part holds faces, or cylinders, or particles: two of them in one part print an error ("mixed types"), and where it
+ * has faces smoothing drops the vertices that no face uses, so that strands and particles are lost or misplaced. */
 HV_API void hvAddTriangles(int object, int part, int count,
                            const int* indices); /**< count x 3 ints, ccw from the front */
 HV_API void hvAddTetragons(int object, int part, int count,

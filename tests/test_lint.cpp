@@ -85,7 +85,7 @@ TEST_F(Lint, EachMistakeIsToldOnceWithItsPlace)
         {"third pose",
          "camera/main.hv",
          "camera\npose\nend\npose\nend\npose\nbokeh 1\nend\nsample 5\nend\n",
-         {":6:1: error: a camera has two poses: this one opens no block; it opens no block, so the `end` of line 8 "
+         {":6:1: error: a camera has two poses at most: this is one more; it opens no block, so the `end` of line 8 "
           "closes "
           "`camera` (line 1)"}},
         {"forgotten end of an inner block",
@@ -96,6 +96,11 @@ TEST_F(Lint, EachMistakeIsToldOnceWithItsPlace)
          "shader/red.hv",
          shader + layer + " end\nrender\n clamp 9 9 9\nend\n",
          {":5:1: error: `render` is no keyword of `shader` (line 1): is an `end` missing"}},
+        {"misspelt end",
+         "shader/red.hv",
+         shader + layer + "  lambertian\n   color 1 0 0\n  edn\n  weight\n   color 1 1 1\n  End\n end\nend\n",
+         {":6:3: error: `edn` does not close `lambertian` (line 4): did you mean `end`?",
+          ":9:3: error: `End` does not close `weight` (line 7)"}},
         {"end of file inside blocks",
          "shader/red.hv",
          shader + layer + "  lambertian\n   color 1 0 0\n  end\n",
@@ -193,6 +198,54 @@ TEST_F(Lint, EachMistakeIsToldOnceWithItsPlace)
           ":4:3: warning: reflects nothing: the `ior` of the conductor is 1",
           ":9:3: warning: `roughness` has an effect on `glossy` only", ":12:3: warning: `virtual_light` has an effect",
           ":13:3: warning: `normal` has an effect with an `image` only"}},
+        {"slots of a pane, albedo, words of which one counts",
+         "shader/red.hv",
+         shader + layer +
+             "  dielectric\n  thin_dielectric\n  shadow_transparency\n   color 1 1 1\n  end\n  lambertian\n   color 1 "
+             "1.5 "
+             "1\n"
+             "  end\n end\n geometry_shader\n  camera_primary 0\n  invisible 0\n  light_primary 0\n end\nend\n",
+         {":4:3: warning: `dielectric` gives way to `thin_dielectric` in line 5",
+          ":6:3: warning: has no effect in a `thin_dielectric`", ":9:3: warning: an albedo above 1",
+          ":14:3: warning: `camera_primary` gives way to `light_primary` in line 16"}},
+        {"an emitter that nothing samples",
+         "shader/red.hv",
+         shader + layer + "  emissive\n   color 1 1 1\n  end\n  virtual_light\n end\nend\n",
+         {":7:3: warning: nothing samples the light"}},
+        {"an emitter that is sampled",
+         "shader/red.hv",
+         shader + layer +
+             "  emissive\n   color 1 1 1\n  end\n  virtual_light\n end\nend\ngeometry_light\n sample "
+             "1\nend\n",
+         {}},
+        {"values out of bounds",
+         "light/l.hv",
+         "render\n final_gather\n  ray_depth 0\n  photon_depth 255\n end\nend\npoint_light\n position 0 1 0\n blur -1\n"
+         " photon -5\n offset 1\nend\nparallel_light\n direction 0 0 -1\n offset 0.9\nend\n",
+         {":3:13: warning: `ray_depth` goes from 1 to 255", ":4:16: warning: `photon_depth` goes from 1 to 254",
+          ":9:7: warning: `blur` is 0 or more", ":10:9: warning: `photon` is 0 or more",
+          ":11:9: warning: `offset` stays below 1"}},
+        {"region and sample",
+         "camera/main.hv",
+         "camera\n region 10 0 10 5\n sample 65536\n aov\n  image \"a.txt\"\n  type \"mine\"\n end\n aov\n  image "
+         "\"a.PNG\"\n  type \"mine\"\n end\nend\n",
+         {":2:2: warning: no pixel of the film", ":3:9: warning: `sample` goes from 1 to 65535",
+          ":5:9: warning: the picture is not written"}},
+        {"photons that are dropped",
+         "light/l.hv",
+         "render\n final_gather\n  distance 0\n  radius 0\n end\nend\nsky_light\n photon 10\nend\npoint_light\n "
+         "position 0 1 0\n"
+         " photon 10\nend\ngeometry_light\n photon 0\nend\n",
+         {":8:2: warning: the photons are dropped: without cells",
+          ":12:2: warning: the photons are dropped: there are "
+          "neither"}},
+        {"matrices",
+         "geometry/z.hv",
+         "object\n instance\n  object wall\n  matrix 0 -1 0 5  1 0 0 0  0 0 -1.001 0  0 0 0 1\n end\n instance\n  "
+         "object "
+         "wall\n"
+         "  matrix 2 0 0 0  0 2 0 0  0 0 2 0  0 0 0 1\n end\nend\n",
+         {":8:3: warning: more than a turn and a shift"}},
         {"displacement",
          "shader/red.hv",
          shader + layer + " end\n geometry_shader\n  smooth_angle 0\n  vector\n   level 0\n  end\n end\nend\n",
@@ -315,6 +368,7 @@ TEST(SceneFormatTest, EveryExampleReadsInItsBlock)
             EXPECT_FALSE(row.note == nullptr || row.note->help.empty()) << name;
             EXPECT_EQ(row.note->effect == Effect::None, row.note->help.starts_with("none")) << name;
             EXPECT_EQ(row.values.empty(), row.note->example.empty()) << name;
+            EXPECT_TRUE(row.block != nullptr || row.note->inside.empty()) << name;
             for (const ValueRecord& value : row.values) {
                 EXPECT_TRUE(value.state == ValueState::Read && !value.is_glued) << name << ": " << value.text;
                 const auto& words = value.choices;
@@ -324,7 +378,11 @@ TEST(SceneFormatTest, EveryExampleReadsInItsBlock)
         }
     }
     EXPECT_GT(count, 300);
-    for (const LineRecord& line : format->transcript.lines) EXPECT_EQ(line.rest, "") << line.word;
+    for (const LineRecord& line : format->transcript.lines) {
+        EXPECT_EQ(line.rest, "") << line.word;
+        EXPECT_TRUE(line.note != nullptr || line.word == "end") << line.word;
+        for (const ValueRecord& value : line.values) EXPECT_EQ(value.state, ValueState::Read) << line.word;
+    }
     for (const BlockRecord& block : format->transcript.blocks) EXPECT_TRUE(block.is_closed);
 }
 
@@ -339,8 +397,9 @@ TEST(SceneFormatTest, DefaultsAreThoseOfTheRecords)
           "| `weight` | block | | `color 0 0 0` |", "| `sideness` | quoted: `both`, `face`, `back` | | `both` |",
           "| `pixel_sampler` | quoted: `stochastic`, `bilinear`, `nearest` | | `bilinear` |",
           "| `camera_primary` | int | | `1` |", "| `uv_matrix` | 9 floats | | `1 0 0 0 1 0 0 0 1` |",
-          "| `name` | word |", "| `dielectric` | stands alone |"})
+          "| `name` | word |", "| `dielectric` | stands alone |", "| `ior` `color 1.5 1.5 1.5` `end` |"})
         EXPECT_NE(text.find(row), text.npos) << row << "\n" << text;
+    EXPECT_EQ(text.find("| |\n"), text.npos) << "a row without an example:\n" << text;
 }
 
 // Noise, cuts and broken bytes: every file is judged to its end, and no finding breaks its line.

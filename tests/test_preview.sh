@@ -136,7 +136,8 @@ expect_end "closed in another size"
 # -- A stop by the host ends the frames, not the window
 start "$halvorne" walls --preview --frames 65535 -o stopped.ppm
 await '^performance' 2
-kill -INT "$(pgrep -P "$process")"
+read -r child _ <"/proc/$process/task/$process/children"
+kill -INT "$child"
 await 'close the window to exit' 1
 look match stopped.ppm
 look close

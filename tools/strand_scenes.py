@@ -139,37 +139,59 @@ def hairline(place):
     return 0.05 + 0.5 * place[2] if place[2] > 0 else 0.05 + 0.6 * place[2]
 
 
-def wig(count, segments, step, rng):
-    """Hair that falls from a parting over the head, in locks that wave alike, and never through it."""
-    locks = []
-    while len(locks) < 60:
-        p = normalized(tuple(rng.gauss(0, 1) for _ in range(3)))
-        if p[1] > hairline(p):
-            locks.append((p, rng.uniform(0, 6.3), rng.uniform(0.82, 1.12), rng.uniform(0.5, 1.0)))
+def even_places(count, rng):
+    """Places on the unit sphere above the hairline, as even as seeds in a sunflower, a little shaken."""
+    share = 0.62  # of the sphere that bears hair, roughly; what is below the hairline falls away
+    places = []
+    for k in range(count):
+        y = 1 - 2 * share * (k + 0.5) / count
+        r, angle = math.sqrt(1 - y * y), 2.399963 * k
+        place = normalized(tuple(c + rng.gauss(0, 0.01) for c in (r * math.cos(angle), y, r * math.sin(angle))))
+        if place[1] > hairline(place):
+            places.append(place)
+    return places
+
+
+def off_parting(place, rng):
+    """Which way hair lies at a place of the unit sphere: away from a line that runs from the forehead to the crown, and
+    behind it from the crown. Near the line strands cross it, so that no skin shows."""
+    z = max(place[2], -0.3)
+    line = normalized((0.13, math.sqrt(max(0.0, 1 - z * z)), z))
+    away = added(place, line, -1)
+    away = added(away, (rng.gauss(0, 0.05), 0, rng.gauss(0, 0.05)))
+    return normalized(added(away, place, -dot(away, place)))
+
+
+def wig(count, segments, ends, rng):
+    """Hair from a parting over the head, never through it, that hangs down to about the height `ends`, in locks that
+    wave alike. Strands have their segments all of one length."""
+    locks = [(place, rng.uniform(0, 6.3), rng.gauss(0, 1), rng.gauss(0, 1)) for place in even_places(110, rng)]
     strands = []
-    while len(strands) < count:
-        lock = locks[len(strands) % len(locks)]
-        place = normalized(added(lock[0], tuple(rng.gauss(0, 0.13) for _ in range(3))))
-        if place[1] < hairline(place):
-            continue
+    for place in even_places(count, rng):
+        lock, phase, swing, longer = max(locks, key=lambda other: dot(other[0], place) + 0.01 * rng.gauss(0, 1))
         point = on_scalp(tuple(1e-3 * c for c in place), -0.15)
-        up = normalized(tuple(c / (h * h) for c, h in zip(point, HEAD)))
-        # The parting runs from the front to the crown, off the middle; behind it hair falls straight.
-        side = (1 if point[0] - 1.2 > 0 else -1) * min(max(0.4 + place[2], 0.1), 1)
-        way = normalized(added(up, (0.9 * side, 0.15, -0.35)))
-        spread, height = rng.gauss(0, 1), rng.uniform(0.15, 1.3)
+        way = normalized(added(off_parting(place, rng), place, 0.25))
+        height = rng.uniform(0.1, 1.25)
+        # Over the head along an arc, then straight down.
+        length = 9.5 * math.asin(max(0.0, place[1])) + min(point[1], 0) - ends + 0.7 * longer + 0.5 * rng.gauss(0, 1)
+        step = min(max(length / segments, 0.6), 4.9)
         strand = [point]
         for j in range(1, segments + 1):
             t = j / segments
-            fall = min(1.0, 0.34 * j)
-            wave = lock[3] * 0.34 * math.sin(0.75 * j * step / 2.4 + lock[1]) * min(1, t * 3)
-            pull = (0.25 * side * (1 - t) + wave, -1.35, -0.22 + 0.5 * wave)
-            way = normalized(added(tuple((1 - 0.5 * fall) * w for w in way), pull, 0.55 * fall))
-            point = added(point, way, step * lock[2])
-            gap = height * min(1.0, 0.45 * j) + 0.15
-            point = on_scalp(point, gap)
-            point = added(point, (0.05 * spread, 0, 0.05 * rng.gauss(0, 1)))
-            strand.append(point)
+            gap = 0.15 + height * min(1.0, j * step / 5)
+            up = normalized(tuple(c / ((h + gap) * (h + gap)) for c, h in zip(point, HEAD)))
+            radius = math.hypot(point[0], point[2]) or 1
+            out, along = (point[0] / radius, point[2] / radius), 0.3 * math.sin(phase + 0.42 * j * step) * t
+            along += 0.1 * swing + 0.3 * ((lock[2] - place[2]) * out[0] - (lock[0] - place[0]) * out[1])
+            inward = 0.16 if point[1] < -7 else 0.0
+            pull = (-inward * out[0] - along * out[1], -1, -inward * out[1] + along * out[0])
+            lasting = 0.75 ** step
+            way = normalized(added(tuple(lasting * w for w in way), pull, 1 - lasting))
+            inside = sum((c / (h + gap)) ** 2 for c, h in zip(point, HEAD)) < 1.05
+            if inside and point[1] > 0 and dot(way, up) < 0.05 - 0.03 * step:
+                way = normalized(added(way, up, 0.05 - 0.03 * step - dot(way, up)))
+            point = on_scalp(added(point, way, step), gap)
+            strand.append(added(point, (0.04 * rng.gauss(0, 1), 0, 0.04 * rng.gauss(0, 1))) if j > 1 else point)
         strands.append(strand)
     return strands
 
@@ -197,9 +219,19 @@ def studio():
     return mesh
 
 
-def table():
-    mesh = Mesh()
-    rectangle(mesh, "table", (0, -21.05, 0), (150, 0, 0), (0, 0, -150))
+def sweep():
+    """A table that runs up into a wall behind the heads, for a camera towards (0.52, 0, -0.85)."""
+    mesh = Mesh(2)
+    mesh.shader("table")
+    profile = [(120, -21.05), (-30, -21.05)]
+    angles = [math.pi / 16 * k for k in range(1, 9)]
+    profile += [(-30 - 30 * math.sin(a), -21.05 + 30 * (1 - math.cos(a))) for a in angles]
+    profile.append((-60, 24))
+    front, right = (0.52, -0.854), (-0.854, -0.52)
+    first = mesh.vertices([(d * front[0] + s * right[0], y, d * front[1] + s * right[1])
+                           for d, y in profile for s in (-130, 130)])
+    for j in range(len(profile) - 1):
+        mesh.index_face([(first + k, None, None) for k in (2 * j, 2 * j + 1, 2 * j + 3, 2 * j + 2)])
     return mesh
 
 
@@ -214,5 +246,5 @@ def write_furry(folder):
 
 def write_hair_scene(folder):
     head(20, 36).write(folder / "geometry/head.obj")
-    table().write(folder / "geometry/table.obj")
-    write_hair(folder / "geometry/wig.hair", wig(2400, 12, 2.4, random.Random(8)), 0.07)
+    sweep().write(folder / "geometry/table.obj")
+    write_hair(folder / "geometry/wig.hair", wig(5000, 8, -14, random.Random(8)), 0.1)

@@ -68,7 +68,7 @@ void ReadPose(SceneReader& reader, Camera& camera)
     if (camera.pose_count < 2)
         ReadBlock(reader, camera.poses[camera.pose_count++], kPose);
     else
-        reader.Remark("a camera has two poses: this one opens no block");
+        reader.Remark("a camera has two poses at most: this is one more");
 }
 
 constexpr NamedValue<Projection> kProjections[] = {

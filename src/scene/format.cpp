@@ -23,10 +23,7 @@ public:
         next_row_.resize(depth + 1, 0);
         const std::vector<KeywordView>& rows =
             transcript_.open == kNoBlock ? transcript_.sections : transcript_.At(transcript_.open).rows;
-        if (next_row_[depth] == rows.size()) {
-            line_ = "end";
-            return depth > 0 ? line_.c_str() : nullptr;
-        }
+        if (next_row_[depth] >= rows.size()) return EndBlock(next_row_[depth]++ == rows.size());
         const KeywordView& row = rows[next_row_[depth]++];
         line_                  = row.word;
         if (!row.note->example.empty()) line_.append(" ").append(row.note->example);
@@ -34,6 +31,15 @@ public:
     }
 
 private:
+    /// After the rows, the line that shows the block's use, where its note has one: the rows have kept the defaults.
+    const char* EndBlock(bool is_shown)
+    {
+        if (transcript_.open == kNoBlock) return nullptr;
+        const std::string_view inside = transcript_.OpenerOf(transcript_.open).note->inside;
+        line_                         = is_shown && !inside.empty() ? inside : "end";
+        return line_.c_str();
+    }
+
     std::size_t Depth() const
     {
         std::size_t depth = 0;
@@ -52,6 +58,7 @@ std::size_t FillBlock(FormatBlock& block, const Transcript& transcript, std::siz
     for (; line < transcript.lines.size(); ++line) {
         const LineRecord& record = transcript.lines[line];
         if (record.closes) return line;
+        if (record.block != kNoBlock && block.rows.size() == transcript.At(record.block).rows.size()) continue;
         FormatRow& row = block.rows.emplace_back();
         row.note       = record.note;
         row.values     = record.values;

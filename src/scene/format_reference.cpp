@@ -57,14 +57,32 @@ std::string EffectOf(const Note& note)
     return text;
 }
 
+std::string LineOf(const FormatRow& row)
+{
+    std::string line(row.word);
+    if (!row.note->example.empty()) line.append(" ").append(row.note->example);
+    return line;
+}
+
+// The line that shows a block's use: its own, or the first that has values and an effect.
+std::string LineInside(const FormatRow& opener)
+{
+    if (!opener.note->inside.empty()) return std::string(opener.note->inside);
+    for (const FormatRow& row : opener.block->rows)
+        if (!row.values.empty() && row.note->effect != Effect::None) return LineOf(row);
+    return "";
+}
+
+std::string ExampleOf(const FormatRow& row)
+{
+    return row.block == nullptr ? Code(LineOf(row)) : Code(row.word) + " " + Code(LineInside(row)) + " " + Code("end");
+}
+
 void AppendRow(std::string& text, const FormatRow& row)
 {
     const std::string value = DefaultOf(row);
-    std::string       example(row.word);
-    if (!row.note->example.empty()) example.append(" ").append(row.note->example);
-    for (const std::string& cell :
-         {Code(row.word), TypeOf(row), std::string(row.note->unit), value.empty() ? "" : Code(value),
-          EffectOf(*row.note), row.block == nullptr ? Code(example) : ""})
+    for (const std::string& cell : {Code(row.word), TypeOf(row), std::string(row.note->unit),
+                                    value.empty() ? "" : Code(value), EffectOf(*row.note), ExampleOf(row)})
         text.append("| ").append(cell).append(cell.empty() ? "" : " ");
     text.append("|\n");
 }

@@ -46,6 +46,17 @@ std::vector<Place> LinesOf(const SceneText& file, int block, std::string_view wo
     return places;
 }
 
+std::vector<Place> LinesIn(const Place& opener, std::string_view word)
+{
+    return opener.line->opened == kNoBlock ? std::vector<Place>{} : LinesOf(*opener.file, opener.line->opened, word);
+}
+
+Place LineOr(const Place& opener, std::string_view word)
+{
+    const std::vector<Place> lines = LinesIn(opener, word);
+    return lines.empty() ? opener : lines.back();
+}
+
 std::string Shown(std::string_view text)
 {
     constexpr std::size_t kLongest = 60;
@@ -157,6 +168,7 @@ std::vector<Finding> CheckScene(const std::string& folder)
     }
     CheckNames(check);
     CheckRepeats(check);
+    CheckValues(check);
     CheckRecords(check);
     SortFindings(check.findings);
     return std::move(check.findings);

@@ -9,7 +9,8 @@
 #include <vector>
 
 /// The checker of scene folders. Its files look at what the reader noted: line by line (lint_lines.cpp), at names and
-/// files (lint_names.cpp), and at the records that the reader filled (lint_records.cpp).
+/// files (lint_names.cpp), at single values (lint_values.cpp), and at the records that the reader filled
+/// (lint_records.cpp).
 namespace hv {
 
 struct SceneText {
@@ -51,12 +52,19 @@ struct SceneCheck {
 /// The lines of a block, those of blocks inside it left out. With a word: those of that keyword.
 std::vector<Place> LinesOf(const SceneText& file, int block, std::string_view word = {});
 
+/// The same for the block opened at a place: none if it opens none.
+std::vector<Place> LinesIn(const Place& opener, std::string_view word = {});
+
+/// The last line of a keyword in a block, or the block's opener.
+Place LineOr(const Place& opener, std::string_view word);
+
 /// Whether the line makes a part of an object, which uses up the pictures that lines before it named.
 bool MakesPart(const LineRecord& line);
 
 void CheckLines(SceneCheck& check, SceneText& file);
 void CheckNames(SceneCheck& check);
 void CheckRepeats(SceneCheck& check);
+void CheckValues(SceneCheck& check);
 void CheckRecords(SceneCheck& check);
 
 inline constexpr int kMostFindings = 100;  ///< of a file: junk is told in a screen or two

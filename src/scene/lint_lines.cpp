@@ -321,9 +321,19 @@ private:
             OpenInMind(block, kNoCause);
     }
 
+    /// A word that stands alone and is almost `end` closes the block in mind, where the reader goes on in it.
+    bool CloseMisspelt()
+    {
+        if (!StandsAlone(Line()) || Nearest(Line().word, {"end"}).empty()) return false;
+        Error(Shown(Line().word) + " does not close " + Opened(*Top().opener) + DidYouMean("end"));
+        file_.has_broken_blocks = true;
+        frames_.pop_back();
+        return true;
+    }
+
     void CheckUnknown()
     {
-        if (CloseForgotten()) return;
+        if (CloseMisspelt() || CloseForgotten()) return;
         const std::string what    = Shown(Line().word) + " is no keyword of " + Opened(*Top().opener);
         const auto        nearest = Nearest(Line().word, WordsOf(*Top().block));
         const std::string blocks  = BlocksKnowing(Line().word);

@@ -14,19 +14,6 @@ namespace hv {
 
 namespace {
 
-/// The block opened at a place.
-std::vector<Place> LinesIn(const Place& opener, std::string_view word = {})
-{
-    return opener.line->opened == kNoBlock ? std::vector<Place>{} : LinesOf(*opener.file, opener.line->opened, word);
-}
-
-/// The last line of a keyword in a block, or the block's opener.
-Place LineOr(const Place& opener, std::string_view word)
-{
-    const std::vector<Place> lines = LinesIn(opener, word);
-    return lines.empty() ? opener : lines.back();
-}
-
 bool HasLine(const Place& opener, std::string_view word) { return !LinesIn(opener, word).empty(); }
 
 bool AreParallel(Vector a, Vector b)
@@ -41,6 +28,9 @@ void CheckCamera(SceneCheck& check, const Camera& camera, const Place& section)
 {
     if (camera.width < 1 || camera.height < 1)
         check.Error(LineOr(section, "resolution"), "the camera's film has no pixels");
+    else if (std::max(camera.x0, 0) >= std::min(camera.x1, camera.width) ||
+             std::max(camera.y0, 0) >= std::min(camera.y1, camera.height))
+        check.WarnOfWhole(LineOr(section, "region"), "no pixel of the film lies in the `region`");
     for (const Place& pose : LinesIn(section, "pose")) {
         const bool is_first = pose.line == LinesIn(section, "pose").front().line;
         if (!is_first && camera.pose_count < 2) continue;
@@ -91,6 +81,15 @@ void CheckAovs(SceneCheck& check, const std::vector<Place>& sections, const std:
 
 // ---- Lights ----
 
+/// Whether the geometry light has anything to sample.
+bool IsAnySampled()
+{
+    const auto is_sampled = [](const SurfaceShader& layer) { return layer.virtual_light; };
+    return std::any_of(Shaders.begin(), Shaders.end(), [&](const Shader& shader) {
+        return std::any_of(shader.layers.begin(), shader.layers.end(), is_sampled);
+    });
+}
+
 template <class Record>
 void CheckLight(SceneCheck& check, const Record& light, const Place& section)
 {
@@ -125,11 +124,7 @@ void CheckLights(SceneCheck& check)
         for (const Place& sky : skies)
             if (HasLine(sky, "sample"))
                 check.WarnOfWhole(LineOr(sky, "sample"), "`sample` has an effect with an `image` only");
-    const auto is_sampled     = [](const SurfaceShader& layer) { return layer.virtual_light; };
-    const bool is_any_sampled = std::any_of(Shaders.begin(), Shaders.end(), [&](const Shader& shader) {
-        return std::any_of(shader.layers.begin(), shader.layers.end(), is_sampled);
-    });
-    if (GeometryLight.sample > 0 && !is_any_sampled)
+    if (GeometryLight.sample > 0 && !IsAnySampled())
         for (const Place& section : emitters)
             if (HasLine(section, "sample"))
                 check.WarnOfWhole(LineOr(section, "sample"),
@@ -183,12 +178,28 @@ void CheckLayer(SceneCheck& check, const SurfaceShader& layer, const Place& open
     if (is_rough && !IsSet(layer, Element::Glossy)) warn("roughness", "`roughness` has an effect on `glossy` only");
     if (IsSet(layer, Element::Anisotropy) && !is_bent)
         warn("anisotropy", "`anisotropy` has an effect with `glossy` and `roughness` only");
-    if (IsSet(layer, Element::Angle) && !is_bent && !HasImage(layer, Element::Normal))
-        warn("angle", "`angle` has an effect on anisotropy and normal maps only");
+    if (IsSet(layer, Element::Angle) && !is_bent) warn("angle", "`angle` has an effect on `anisotropy` only");
     if (HasLine(opener, "normal") && !HasImage(layer, Element::Normal))
         warn("normal", "`normal` has an effect with an `image` only");
     if (layer.virtual_light && !IsSet(layer, Element::Emissive))
         warn("virtual_light", "`virtual_light` has an effect on what is `emissive` only");
+    if (layer.material == Material::ThinDielectric && HasLine(opener, "shadow_transparency"))
+        warn("shadow_transparency", "has no effect in a `thin_dielectric`, whose shadow takes `specular`");
+    for (const auto& [word, element] : {kElementWords[2], kElementWords[3]})  // transmissive, lambertian
+        if (!HasImage(layer, element) && MaxChannel(layer.Slot(element).color) > 1.0f)
+            warn(word, "an albedo above 1: the surface sends on more light than it gets");
+}
+
+/// Tells once, at the first layer that nothing samples.
+void CheckUnsampled(SceneCheck& check, const std::vector<Place>& shaders)
+{
+    if (GeometryLight.sample > 0) return;
+    for (const Place& shader : shaders)
+        for (const Place& layer : LinesIn(shader, "surface_shader"))
+            if (HasLine(layer, "virtual_light") && HasLine(layer, "emissive"))
+                return check.WarnOfWhole(LineOr(layer, "virtual_light"),
+                                         "nothing samples the light: `sample` of `geometry_light` is 0, so that "
+                                         "scattered rays alone find it");
 }
 
 /// Layers of one side are drawn by weight: where there are several, one without a weight is never drawn.
@@ -261,9 +272,29 @@ void CheckShaders(SceneCheck& check)
         if (const std::uint32_t index = FindShader(name); index != kNone)
             CheckShader(check, Shaders[index], *section, hair.contains(name));
     }
+    CheckUnsampled(check, sections);
 }
 
 // ---- Objects ----
+
+/// Whether a matrix keeps all distances, up to a few digits that its author has left out.
+bool IsRigid(const Matrix4& matrix)
+{
+    const Matrix3 axes = UpperLeft(matrix), product = Transposed(axes) * axes, unit;
+    for (int i = 0; i < 9; ++i)
+        if (!(std::fabs(product.m[i] - unit.m[i]) < 0.02f)) return false;
+    return true;
+}
+
+void CheckInstanceMatrices(SceneCheck& check, const Object& object, const Place& section)
+{
+    const std::vector<Place> instances = LinesIn(section, "instance");
+    for (std::size_t i = 0; i < instances.size() && i < object.instances.size(); ++i)
+        if (!IsRigid(object.instances[i].matrix))
+            check.WarnOfWhole(LineOr(instances[i], "matrix"),
+                              "more than a turn and a shift: distances stay as they are in the placed object, and what "
+                              "is shaded is off its place");
+}
 
 void CheckObjects(SceneCheck& check)
 {
@@ -272,6 +303,7 @@ void CheckObjects(SceneCheck& check)
     for (std::size_t i = 0; i < sections.size() && i < Objects.size(); ++i) {
         if (Objects[i].parts.empty() && Objects[i].instances.empty())
             check.WarnOfWhole(sections[i], "nothing is in the object");
+        CheckInstanceMatrices(check, Objects[i], sections[i]);
         std::vector<Place> waiting;
         for (const Place& line : LinesIn(sections[i])) {
             if (MakesPart(*line.line))

@@ -62,8 +62,8 @@ void ReadInstanceShader(SceneReader& reader, Instance& instance)
 }
 
 constexpr Keyword<Instance> kInstance[] = {
-    {"matrix", ReadMatrix, {"1 0 0 2  0 1 0 0  0 0 1 0  0 0 0 1", "m", "object to parent, row by row"}},
     {"object", Word<&Instance::objectName, Meaning::ObjectUse>, {"chair", "", "name of the object to place"}},
+    {"matrix", ReadMatrix, {"1 0 0 2  0 1 0 0  0 0 1 0  0 0 0 1", "m", "object to parent, row by row"}},
     {"shader", ReadInstanceShader, {"\"undefined\"", "", "replaces all shaders of the placed object"}},
 };
 

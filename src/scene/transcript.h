@@ -23,6 +23,7 @@ struct Note {
     std::string_view help;
     Effect           effect  = Effect::Sets;
     std::string_view only_in = {};  ///< has effect only inside a block that this word opens
+    std::string_view inside  = {};  ///< of a block: a line that shows its use; empty: the first of it with values
 };
 
 /// A keyword of a block, without the record that it fills.
