@@ -128,8 +128,8 @@ HV_API void hvxSetWriteCallback(hvxWriteCallback callback, void* user); /**< nul
 typedef void (*hvxDensityCallback)(double megabytes, double total_megabytes, float resolution, void* user);
 HV_API void hvxSetDensityCallback(hvxDensityCallback callback, void* user); /**< null: none, the default */
 
-/** Absorption inside fibres that wear a shader, per radius of the fibre: each channel at least 0, default 0 0 0, which
- *  is clear. It colours the light that goes through a fibre (the lobes TT and TRT of a Dielectric shader) and leaves
+/** Absorption inside fibres that wear a shader: light that crosses a fibre through its middle is left exp(-4 a) of it,
+ *  whatever the radius. Each channel at least 0, default 0 0 0, which is clear. It colours the light that goes through a fibre (the lobes TT and TRT of a Dielectric shader) and leaves
  *  the highlight on its surface white, as in real hair. Set it before hvInitialize. A bad handle, a negative or
  *  non-finite channel change nothing. */
 HV_API void hvxSetHairAbsorption(int shader, float r, float g, float b);

@@ -222,6 +222,12 @@ TEST_F(Geometry, StrandsGetParametersAndTangents)
     // Five cylinders, seven vertices: the last two stay without a tangent.
     EXPECT_EQ(prepared.tangents, (std::vector<PackedDirection>{up, up, up, up, right, {}, {}}));
     EXPECT_TRUE(Shaders[0].is_hair);
+
+    const std::uint32_t other    = FindOrAddShader("other");
+    Objects[0].parts[0].shaderID = other;
+    Prepare();
+    EXPECT_TRUE(Shaders[other].is_hair);
+    EXPECT_EQ(Objects[0].parts[0].scalars.size(), 2u);
 }
 
 // Segments that jump back and forth over a large array: pairs of starts overlap, the cost must not multiply.

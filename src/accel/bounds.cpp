@@ -114,12 +114,20 @@ Box TransformedBounds(const Matrix4& matrix, const Box& box)
     return result;
 }
 
+/// Whether areas of boxes of this size, times any count, are finite: a build that compares infinite costs splits nothing.
+bool IsBuildable(const Box& box)
+{
+    constexpr float kFarthest = 1e15f;
+    const Vector    reach     = Max(Max(box.min, -box.min), Max(box.max, -box.max));
+    return IsFinite(box) && reach.x <= kFarthest && reach.y <= kFarthest && reach.z <= kFarthest;
+}
+
 }  // namespace
 
 Box PrimitiveBounds(const Object& object, const PrimitiveRef& ref)
 {
     const Box box = AnyBounds(object, ref);
-    return IsFinite(box) ? box : Box{};  // a huge or non-finite radius
+    return IsBuildable(box) ? box : Box{};  // a position or radius that is huge or no number
 }
 
 bool IsUsable(const Object& object, const PrimitiveRef& ref) { return !IsEmpty(PrimitiveBounds(object, ref)); }

@@ -68,7 +68,9 @@ const ShaderElement& EntryOf(const Plan& plan, const Grid& grid) { return Entrie
 bool HasFrames(const Part& part, const Triangle& face)
 {
     for (const std::uint32_t vertex : {face.i0, face.i1, face.i2})
-        if (part.normals[vertex] == PackedDirection{} || part.tangents[vertex] == PackedDirection{}) return false;
+        if (vertex >= part.normals.size() || vertex >= part.tangents.size() ||
+            part.normals[vertex] == PackedDirection{} || part.tangents[vertex] == PackedDirection{})
+            return false;
     return true;
 }
 

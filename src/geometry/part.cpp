@@ -126,7 +126,10 @@ void PreparePart(Part& part)
 {
     ValidatePart(part);
     part.weldBuckets.reset();
-    if (!part.cylinders.empty() && !part.isPrepared) PrepareStrands(part);
+    if (!part.cylinders.empty()) {
+        if (part.shaderID < Shaders.size()) Shaders[part.shaderID].is_hair = true;  // another one than last time, maybe
+        if (!part.isPrepared) PrepareStrands(part);
+    }
     part.hasMotion = PrepareMotion(part);
     if (!part.triangles.empty() || !part.tetragons.empty()) {
         DropBadFaces(part);

@@ -227,7 +227,6 @@ std::vector<std::size_t> FirstCylinders(const Part& part)
 
 void PrepareStrands(Part& part)
 {
-    if (part.shaderID < Shaders.size()) Shaders[part.shaderID].is_hair = true;
     part.scalars.push_back({"parameter", StrandParameters(part)});
     part.tangents = StrandTangents(part);
 }

@@ -145,12 +145,20 @@ private:
         }
     }
 
-    std::string NearestShader(std::string_view name) const
+    /// What was meant, for the first unknown names: each search reads all known ones.
+    std::string Suggestion(std::string_view name, const std::vector<std::string_view>& known)
     {
-        std::vector<std::string_view> known;
-        for (const auto& [shader, place] : shaders_) known.push_back(shader);
+        if (suggestions_left_-- <= 0) return "";
         const std::string_view nearest = Nearest(name, known);
         return nearest.empty() ? "" : ": did you mean " + Shown(nearest) + "?";
+    }
+
+    std::string NearestShader(std::string_view name)
+    {
+        std::vector<std::string_view> known;
+        if (suggestions_left_ > 0)
+            for (const auto& [shader, place] : shaders_) known.push_back(shader);
+        return Suggestion(name, known);
     }
 
     void CheckShaderUse(const Name& name)
@@ -223,10 +231,8 @@ private:
             for (const Place& target : object.targets) {
                 const std::string_view name = TargetOf(target);
                 if (name.empty() || by_name_.contains(name)) continue;
-                const std::string_view nearest = Nearest(name, known);
                 check_.Error({target.file, target.line, target.line->values.front().column},
-                             "nothing defines the object " + Shown(name) +
-                                 (nearest.empty() ? "" : ": did you mean " + Shown(nearest) + "?"));
+                             "nothing defines the object " + Shown(name) + Suggestion(name, known));
             }
     }
 
@@ -272,6 +278,7 @@ private:
     std::vector<ObjectNode>           objects_;
     std::map<std::string, std::size_t, std::less<>> by_name_;  ///< the first object of a name
     bool                                            is_model_missing_ = false;
+    int                                             suggestions_left_ = 100;
 };
 
 // ---- Values that a later line replaces ----

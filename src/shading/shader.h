@@ -87,7 +87,7 @@ struct VolumeShader {
     Color         transmittance      = kWhite;  ///< colour left after one metre
     float         average_cosine     = 0.0f;
     std::uint32_t medium_id          = 0;
-    float         hair_absorption[3] = {0, 0, 0};  ///< of fibres, per radius; hvxSetHairAbsorption alone sets it
+    float         hair_absorption[3] = {0, 0, 0};  ///< of fibres, see hvxSetHairAbsorption
 };
 
 struct Shader {
