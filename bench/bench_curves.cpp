@@ -33,7 +33,7 @@ struct Options {
     int              runs = 5;
 };
 
-CLI::App* AddOptions(CLI::App& app, Options& options)
+void AddOptions(CLI::App& app, Options& options)
 {
     if (const char* const data = std::getenv("HV_TEST_DATA")) options.file = std::string(data) + "/hair/straight.hair";
     options.view.size = 512;
@@ -43,7 +43,6 @@ CLI::App* AddOptions(CLI::App& app, Options& options)
     app.add_option("--size", options.view.size, "pixels on a side")->check(CLI::Range(1, 8192));
     app.add_option("--threads", options.threads, "thread numbers to time")->check(CLI::Range(1, hv::kMaxThreads));
     app.add_option("--runs", options.runs, "timed runs; the median counts")->check(CLI::Range(1, 1000));
-    return &app;
 }
 
 /// Starts a scene of one empty part.
@@ -244,7 +243,8 @@ int main(int argc, char** argv)
 {
     Options  options;
     CLI::App app{"Rays per second on strands of hair"};
-    CLI11_PARSE(*AddOptions(app, options), argc, argv);
+    AddOptions(app, options);
+    CLI11_PARSE(app, argc, argv);
     hv::CurrentFrame = 1;
     if (!options.file.empty()) {
         if (!ReadStrands(options.file, NewPart())) {

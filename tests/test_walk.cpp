@@ -3,6 +3,7 @@
 
 #include "accel/leaf_tests.h"
 #include "accel/primitives.h"
+#include "accel/tube.h"
 #include "accel_scenes.h"
 #include "scene/obj_import.h"
 #include "session/settings.h"
@@ -385,7 +386,7 @@ TEST_F(Walk, BoundOfCurvesLosesNone)
                 const Vector  origin = (r % 5 == 0 ? 20.0f : 1.5f) * size * Point(random);
                 RayRecord     ray    = MakeRay(origin, Normalized(0.7f * size * Point(random) - origin));
                 const Vector8 at = SplatVector8(ray.origin), along = SplatVector8(ray.direction);
-                const auto    near = NearCurves(block, 255, at, along, SumOfSizes(along), Splat8(ray.distance));
+                const auto    near = NearCurves(block.values, 255, at, along, SumOfSizes(along), Splat8(ray.distance));
                 for (unsigned lane = 0; lane < block.used; ++lane) {
                     CylinderHit hit;
                     const bool  is_hit = IntersectCylinder(shown, block.index[lane], ray, hit);
@@ -397,6 +398,54 @@ TEST_F(Walk, BoundOfCurvesLosesNone)
     }
     EXPECT_GT(hits, 10000);
     EXPECT_GT(turned_down, 100000);
+}
+
+/// Whether one of the curves that a ray meets lies below a node. Counts the lanes that the tubes turn down: those
+/// without such curves, and those with.
+bool HasMetCurve(const Object& object, std::uint32_t index, const std::vector<bool>& is_met, const LeafRay& ray,
+                 int (&turned_down)[2])
+{
+    const WideNode& node = object.wideNodes[index];
+    const unsigned  near = NearTubes(node, object.wideTubes[index], 255, ray);
+    bool            any  = false;
+    for (int k = 0; k < 8; ++k) {
+        if (node.first[k] == kNone) continue;
+        bool below = node.count[k] == 0 && HasMetCurve(object, node.first[k], is_met, ray, turned_down);
+        for (std::uint32_t i = 0; i < node.count[k]; ++i) below |= is_met[object.wideRefs[node.first[k] + i].index];
+        turned_down[below] += (near >> k & 1) == 0;
+        any |= below;
+    }
+    return any;
+}
+
+// A lane whose tube is turned down holds no curve that is met, whatever the order of the lanes.
+TEST_F(Walk, TubesLoseNone)
+{
+    for (const float away : {0.0f, 100.0f}) {
+        Random random(13);
+        Show(Tangle(random, 300, {away, -away, away}));
+        const Object& object = Objects[0];
+        const Part&   part   = object.parts[0];
+        int           met = 0, turned_down[2] = {};
+        for (int n = 0; n < 1000; ++n) {
+            const auto        vertex = part.cylinders[random() % part.cylinders.size()];
+            const Vector      target = part.positions[vertex] + 0.05f * Point(random);
+            const Vector      origin = target + 9.0f * Normalized(Point(random));
+            RayRecord         cast   = MakeRay(origin, Normalized(target - origin));
+            std::vector<bool> is_met(part.cylinders.size());
+            for (std::uint32_t c = 0; c < is_met.size(); ++c) {
+                CylinderHit hit;
+                is_met[c] = IntersectCylinder(part, c, cast, hit);
+                met += is_met[c];
+            }
+            const Vector8 along = SplatVector8(cast.direction);
+            HasMetCurve(object, 0, is_met, {SplatVector8(cast.origin), along, SumOfSizes(along), {}, {}, {}},
+                        turned_down);
+        }
+        EXPECT_GT(met, 1000);
+        EXPECT_EQ(turned_down[1], 0);
+        EXPECT_GT(turned_down[0], 100000);
+    }
 }
 
 // Exact for rigid placements: a turn by right angles, a mirror and a shift by a power of two lose no bit.

@@ -46,7 +46,7 @@ struct alignas(64) WideNode {
     std::uint32_t first[8];       ///< inner lane: WideNode of the child; leaf lane: first entry in wideRefs
     std::uint16_t count[8];       ///< 0 for an inner lane, else number of references
     std::uint8_t  blockLanes[8];  ///< leaf lane that lies in one of the two shared blocks: its lanes there; leaf lane
-                                  ///< of curves: kCurveLeaf; else 0
+                                  ///< of curves: kCurveLeaf; inner lane with a bundle: kCurveBundle; else 0
     std::uint32_t block;          ///< first of the two leaf blocks that leaves of this node share; kNone when none does
     std::uint32_t reserved;       ///< of node 0: 1 when there are leaves of curves, else 0
 };
@@ -55,14 +55,39 @@ static_assert(sizeof(WideNode) == 256);
 /// In WideNode::blockLanes: all references of the leaf are cylinders, in blocks of their kind. No lanes look like it.
 inline constexpr std::uint8_t kCurveLeaf = 0xa5;
 
+/// In WideNode::blockLanes: an inner lane with a bundle, see LaneTubes.
+inline constexpr std::uint8_t kCurveBundle = 0x5a;
+
+/// What the lanes of a WideNode have besides in objects with leaves of curves.
+struct alignas(64) LaneTubes {
+    LaneTubes() {}
+
+    // All that can be hit below a lane lies within a tube around the line through the middle of the lane's box. Curves
+    // that lean against the axes fill their box badly and their tube well. Half precision.
+    std::uint16_t axis[3][8];   ///< x, y and z of directions of about unit length
+    std::uint16_t diameter[8];  ///< infinite where no tube is known
+    std::uint32_t bundle[8];    ///< lanes with a bundle: first of its blocks
+    std::uint32_t curves[8];    ///< lanes with a bundle: number of its curves
+};
+static_assert(sizeof(LaneTubes) == 128);
+
+/// Up to eight of the few curves below an inner lane, which are bounded at once instead of walking down to them.
+struct alignas(64) CurveBundle {
+    CurveBundle() {}
+
+    float         values[56];  ///< rows of the bound as in LeafBlock, see CurveRow
+    std::uint32_t place[8];    ///< in wideRefs
+};
+static_assert(sizeof(CurveBundle) == 256);
+
 inline constexpr std::uint32_t kBlockLength = 8;  ///< references of a leaf block
 
 /// Up to eight triangles, tetragons or cylinders, packed for the lane test: exactly eight cache lines. Block b holds
-/// what wideRefs[8 b] to wideRefs[8 b + 7] name; the first `used` of these are references, the rest of kind None. The leaves
-/// of one node share blocks: a leaf begins at any lane, and what does not fit goes on in the next block. Each block is
-/// of one kind class. values[24 n + 8 axis + lane] is a coordinate of vector n of a lane: of triangles p0, the normal n
-/// = e1 x e2, e2 x n and n x e1, with e1 = p1 - p0 and e2 = p2 - p0; of tetragons the corners. Cylinders lie in rows of
-/// their own, see CurveRow. Lanes that are not used hold zeroes. Not set when made, as WideNode.
+/// what wideRefs[8 b] to wideRefs[8 b + 7] name; the first `used` of these are references, the rest of kind None. The
+/// leaves of one node share blocks: a leaf begins at any lane, and what does not fit goes on in the next block. Each
+/// block is of one kind class. values[24 n + 8 axis + lane] is a coordinate of vector n of a lane: of triangles p0, the
+/// normal n = e1 x e2, e2 x n and n x e1, with e1 = p1 - p0 and e2 = p2 - p0; of tetragons the corners. Cylinders lie
+/// in rows of their own, see CurveRow. Lanes that are not used hold zeroes. Not set when made, as WideNode.
 struct alignas(64) LeafBlock {
     LeafBlock() {}
 

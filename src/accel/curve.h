@@ -30,38 +30,38 @@ bool MeetCurve(const Curve& curve, Vector8 origin, Vector8 direction, float dist
 /// How far from the chord p0 p1 hits of a curve can lie: 0 when there are none, infinite when nothing bounds them.
 float CurveReach(const Curve& curve);
 
-/// Rows of eight floats of LeafBlock::values in a block of cylinders; what the bound needs comes first. The last
-/// coordinate of t1 is in `square`, and `shader` holds the vertices.
+/// Rows of eight floats of LeafBlock::values in a block of cylinders; what the bound needs comes first, and is all that
+/// CurveBundle::values hold. The last coordinate of t1 is in `square`, and `shader` holds the vertices.
 enum CurveRow { kP0Row = 0, kP1Row = 3, kReachRow = 6, kT0Row = 7, kT1Row = 10 };
 
-/// Three rows of a packed block from `row` on.
-HV_INLINE Vector8 PackedRows(const LeafBlock& block, int row)
+/// Three rows of packed values from `row` on.
+HV_INLINE Vector8 PackedRows(const float* values, int row)
 {
-    const float* p = block.values + 8 * row;
+    const float* p = values + 8 * row;
     return {Load8(p), Load8(p + 8), Load8(p + 16)};
 }
 
 /// |x| + |y| + |z|: no less than the length, and sooner found.
 HV_INLINE Float8 SumOfSizes(Vector8 v) { return Absolute(v.x) + Absolute(v.y) + Absolute(v.z); }
 
-/// Those of `lanes` whose curve of a packed block the ray may meet before `limit`; pace: SumOfSizes(direction).
+/// Those of `lanes` whose curve of packed values the ray may meet before `limit`; pace: SumOfSizes(direction).
 /// Whatever MeetCurve accepts is among them: rounding is allowed for, and a non-number turns no curve down.
 ///
 /// With the chord e, w from the origin to p0 and n = direction x e, ray and chord pass each other at the distance
 /// |n . w| / |n|, on the chord at (w x direction) . n / n . n and on the ray at (w x e) . n / n . n. Whatever lies
 /// within the reach of both is no farther from there than the reach over the sine of the angle between them.
-HV_INLINE unsigned NearCurves(const LeafBlock& block, unsigned lanes, Vector8 origin, Vector8 direction, Float8 pace,
+HV_INLINE unsigned NearCurves(const float* values, unsigned lanes, Vector8 origin, Vector8 direction, Float8 pace,
                               Float8 limit)
 {
-    const Vector8 p0       = PackedRows(block, kP0Row);
+    const Vector8 p0       = PackedRows(values, kP0Row);
     const Vector8 w        = p0 - origin;
-    const Vector8 e        = PackedRows(block, kP1Row) - p0;
+    const Vector8 e        = PackedRows(values, kP1Row) - p0;
     const Vector8 n        = FusedCross(direction, e);
     const Float8  square   = FusedDot(n, n);
     const Float8  length   = square * FastReciprocalRoot(square);
     const Float8  chord    = SumOfSizes(e);
     const Float8  rounding = Splat8(1e-5f) * SumOfSizes(w);
-    const Float8  reach    = Load8(block.values + 8 * kReachRow) + rounding;
+    const Float8  reach    = Load8(values + 8 * kReachRow) + rounding;
     const Float8  apart    = Absolute(FusedDot(n, w));
     lanes &= ~Bits(Less(FusedAdd(reach, length, rounding * chord * pace), apart));
     if (lanes == 0) return 0;

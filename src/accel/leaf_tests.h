@@ -126,7 +126,7 @@ HV_INLINE unsigned TestFaces(const LeafBlock& block, const LeafRay& ray, Float8 
 /// Those of `lanes` whose curve the ray may meet before `limit` and may see.
 HV_INLINE unsigned TestCurves(const LeafBlock& block, unsigned lanes, const LeafRay& ray, Float8 limit)
 {
-    lanes = NearCurves(block, lanes, ray.origin, ray.direction, ray.pace, limit);
+    lanes = NearCurves(block.values, lanes, ray.origin, ray.direction, ray.pace, limit);
     return lanes == 0 ? 0 : WithoutSkipped(block, lanes, ray.skipped_cylinders);
 }
 

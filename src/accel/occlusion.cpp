@@ -1,5 +1,6 @@
 #include "accel/accel.h"
 #include "accel/evaluate.h"
+#include "accel/tube.h"
 #include "accel/walk_steps.h"
 #include "session/settings.h"
 #include "shading/shading.h"
@@ -107,6 +108,18 @@ __attribute__((noinline)) unsigned OccludeByCurveLeaves(const Object& object, co
         if (stopped) return lane;
     }
     return kNoLane;
+}
+
+/// Tests the bundles of `lanes` of a node. True when the ray was stopped.
+__attribute__((noinline)) bool OccludeByBundles(const Object& object, const LaneTubes& tubes, unsigned lanes,
+                                                const LeafRay& leaf_ray, RayRecord& ray)
+{
+    bool stopped = false;
+    ForNearBundled(object.curveBundles.data(), object.leafBlocks.data(), tubes, lanes, leaf_ray, ray.distance,
+                   [&](const LeafBlock& block, unsigned own) {
+                       if (!stopped) stopped = AttenuateCurves(object, block, own, leaf_ray, ray);
+                   });
+    return stopped;
 }
 
 template <bool kLog>
@@ -227,17 +240,19 @@ struct Standing {
 
 /// Goes on until leaves come up: those of a node that share blocks, when it is entered, or one long leaf. False when
 /// nothing is left. A loop of its own, so that the ray stays in registers.
-template <bool kFinite>
+/// `narrow` takes lanes of a node that pass the box test and returns those that are worth a visit.
+template <bool kFinite, class Narrow, class AtOnce>
 HV_INLINE bool FindLeaves(const WideNode* nodes, const SlabRay& slab, Float8 limit, bool enters,
-                          const WaitingNode* stack, WaitingNode*& top, Standing& standing, unsigned& leaves)
+                          const WaitingNode* stack, WaitingNode*& top, Standing& standing, unsigned& leaves,
+                          const Narrow& narrow, const AtOnce& at_once)
 {
     std::uint32_t node  = standing.node;
     unsigned      lanes = standing.lanes;
     while (true) {
         if (enters) {
             Float8 near;
-            lanes                 = SlabTest8<kFinite>(nodes[node], slab, limit, near);
-            const unsigned shared = lanes & NonZeroBits8(nodes[node].blockLanes);
+            lanes                 = narrow(node, SlabTest8<kFinite>(nodes[node], slab, limit, near));
+            const unsigned shared = lanes & at_once(node);
             if (shared != 0) {
                 standing = {node, lanes & ~shared};
                 leaves   = shared;
@@ -268,23 +283,37 @@ HV_INLINE bool FindLeaves(const WideNode* nodes, const SlabRay& slab, Float8 lim
 template <bool kLog, bool kFinite, bool kCurves>
 __attribute__((noinline)) bool WalkNodes(Object& object, RayRecord& ray, WaitingNode* stack)
 {
-    const WideNode* const nodes      = object.wideNodes.data();
-    const SlabRay         slab       = MakeSlabRay(ray.origin, ray.inverse_direction);
-    const LeafRay         leaf_ray   = MakeLeafRay(ray);
-    const Float8          box_limit  = Splat8(ray.distance);
-    const Float8          face_limit = Splat8(ray.distance - kRayEpsilon);
-    WaitingNode*          top        = stack;
-    Standing              standing{0, 0};
-    unsigned              leaves;
+    const WideNode* const  nodes      = object.wideNodes.data();
+    const LaneTubes* const tubes      = object.wideTubes.data();
+    const SlabRay          slab       = MakeSlabRay(ray.origin, ray.inverse_direction);
+    const LeafRay          leaf_ray   = MakeLeafRay(ray);
+    const Float8           box_limit  = Splat8(ray.distance);
+    const Float8           face_limit = Splat8(ray.distance - kRayEpsilon);
+    WaitingNode*           top        = stack;
+    Standing               standing{0, 0};
+    unsigned               leaves;
 
-    for (bool enters = true; FindLeaves<kFinite>(nodes, slab, box_limit, enters, stack, top, standing, leaves);
-         enters      = false) {
-        const WideNode& node   = nodes[standing.node];
-        const unsigned  curves = kCurves ? leaves & EqualByteBits8(node.blockLanes, kCurveLeaf) : 0;
-        unsigned        lane   = kNoLane;
-        if (curves != 0) FetchNodes(nodes, node, standing.lanes);
+    const auto narrow = [&](std::uint32_t node, unsigned lanes) {
+        if (!kCurves || (lanes & NonZeroBits8(nodes[node].blockLanes)) == 0) return lanes;
+        return NearTubes(nodes[node], tubes[node], lanes, leaf_ray);
+    };
+    // Visits are counted by the leaf, so that the first frame's rays pass the bundles over.
+    const auto at_once = [&](std::uint32_t node) {
+        const unsigned special = NonZeroBits8(nodes[node].blockLanes);
+        return kCurves && kLog ? special & ~EqualByteBits8(nodes[node].blockLanes, kCurveBundle) : special;
+    };
+    for (bool enters = true;
+         FindLeaves<kFinite>(nodes, slab, box_limit, enters, stack, top, standing, leaves, narrow, at_once);
+         enters = false) {
+        const WideNode& node    = nodes[standing.node];
+        const unsigned  curves  = kCurves ? leaves & EqualByteBits8(node.blockLanes, kCurveLeaf) : 0;
+        unsigned        lane    = kNoLane;
+        const unsigned  bundles = kCurves && !kLog ? leaves & EqualByteBits8(node.blockLanes, kCurveBundle) : 0;
+        if ((curves | bundles) != 0) FetchNodes(nodes, tubes, node, standing.lanes);
         if (curves != 0) lane = OccludeByCurveLeaves(object, node, curves, leaf_ray, ray);
-        leaves &= ~curves;
+        if (lane == kNoLane && bundles != 0 && OccludeByBundles(object, tubes[standing.node], bundles, leaf_ray, ray))
+            return true;
+        leaves &= ~(curves | bundles);
         if (lane == kNoLane && leaves != 0) {
             lane = static_cast<unsigned>(std::countr_zero(leaves));
             if (node.blockLanes[lane] != 0)

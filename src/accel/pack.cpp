@@ -1,5 +1,6 @@
 #include "accel/accel.h"
 #include "accel/large_array.h"
+#include "accel/tube.h"
 #include "accel/walk_steps.h"
 #include "geometry/object.h"
 
@@ -99,9 +100,11 @@ bool MarkCurveLeaves(const Object& object, WideNode& node)
     return any;
 }
 
-/// Marks all leaves of curves. Objects without any are left as they are.
+/// Marks all leaves of curves and makes the tubes and bundles above them. Objects without any are left as they are.
 void MarkCurveLeaves(Object& object)
 {
+    Release(object.wideTubes);
+    Release(object.curveBundles);
     const bool has_cylinders =
         std::any_of(object.parts.begin(), object.parts.end(), [](const Part& part) { return !part.cylinders.empty(); });
     if (!has_cylinders || object.leafBlocks.empty()) return;
@@ -113,6 +116,7 @@ void MarkCurveLeaves(Object& object)
         any               = any || marked;
     }
     object.wideNodes[0].reserved = any ? 1 : 0;
+    if (any) MakeTubes(object);
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
 #include "accel/accel.h"
+#include "accel/tube.h"
 #include "accel/walk_steps.h"
 #include "session/settings.h"
 
@@ -161,6 +162,18 @@ __attribute__((noinline)) float TestCurveLeaves(const Object& object, const Wide
         else
             test(object.leafBlocks[group.block], group.own);
     }
+    return distance;
+}
+
+/// Tests the bundles of `lanes` of a node.
+__attribute__((noinline)) float TestBundles(const Object& object, const LaneTubes& tubes, unsigned lanes,
+                                            const LeafRay& ray, std::uint8_t visibility, float distance, FaceHit& hit)
+{
+    ForNearBundled(
+        object.curveBundles.data(), object.leafBlocks.data(), tubes, lanes, ray,
+        distance, [&](const LeafBlock& block, unsigned own) __attribute__((always_inline)) {
+            distance = AcceptCurves(object, block, own, ray, visibility, distance, hit);
+        });
     return distance;
 }
 
@@ -377,27 +390,35 @@ LeafRay MakeLeafRay(const RayRecord& ray)
 template <bool kProbe, bool kFinite, bool kCurves>
 __attribute__((noinline)) bool WalkNodes(Object& object, RayRecord& ray, WaitingLane* stack)
 {
-    const WideNode* const nodes      = object.wideNodes.data();
-    const SlabRay         slab       = MakeSlabRay(ray.origin, ray.inverse_direction);
-    const LeafRay         leaf_ray   = MakeLeafRay<kProbe>(ray);
-    const std::uint8_t    visibility = VisibilityNeeded(ray);
-    WaitingLane*          top        = stack;
-    bool                  any        = false;
-    Limits                limits;
-    FaceHit               hit;
-    Leaves                leaves;
+    const WideNode* const  nodes      = object.wideNodes.data();
+    const LaneTubes* const tubes      = object.wideTubes.data();
+    const SlabRay          slab       = MakeSlabRay(ray.origin, ray.inverse_direction);
+    const LeafRay          leaf_ray   = MakeLeafRay<kProbe>(ray);
+    const std::uint8_t     visibility = VisibilityNeeded(ray);
+    WaitingLane*           top        = stack;
+    bool                   any        = false;
+    Limits                 limits;
+    FaceHit                hit;
+    Leaves                 leaves;
     limits.Set(ray.distance);
 
     // Few rays that enter the box of a curve come near it, so curves are tested where they come up: that costs less
-    // than to let them wait.
+    // than to let them wait. Tubes of other lanes turn down few and are tested along with those of curves only.
     const auto test_curves = [&](const WideNode& node, Float8 near, unsigned& lanes, Limits& ahead) {
         if constexpr (!kCurves) return;
-        const unsigned curves = lanes & EqualByteBits8(node.blockLanes, kCurveLeaf);
-        if (curves == 0) return;
-        lanes &= ~curves;
+        if ((lanes & NonZeroBits8(node.blockLanes)) == 0) return;
+        const LaneTubes& lane_tubes = tubes[&node - nodes];
+        lanes                       = NearTubes(node, lane_tubes, lanes, leaf_ray);
+        const unsigned leaf_lanes   = lanes & EqualByteBits8(node.blockLanes, kCurveLeaf);
+        const unsigned bundle_lanes = lanes & EqualByteBits8(node.blockLanes, kCurveBundle);
+        lanes &= ~(leaf_lanes | bundle_lanes);
         if constexpr (kProbe) return;
-        FetchNodes(nodes, node, lanes);
-        const float distance = TestCurveLeaves(object, node, curves, leaf_ray, visibility, ahead.distance, hit);
+        if ((leaf_lanes | bundle_lanes) == 0) return;
+        FetchNodes(nodes, tubes, node, lanes);
+        float distance = ahead.distance;
+        if (leaf_lanes != 0) distance = TestCurveLeaves(object, node, leaf_lanes, leaf_ray, visibility, distance, hit);
+        if (bundle_lanes != 0)
+            distance = TestBundles(object, lane_tubes, bundle_lanes, leaf_ray, visibility, distance, hit);
         if (!(distance < ahead.distance)) return;
         ahead.Set(distance);
         lanes &= Bits(Less(near, ahead.box));

@@ -45,13 +45,14 @@ private:
 inline bool HasCurves(const Object& object) { return object.wideNodes[0].reserved != 0; }
 
 /// Asks for the nodes behind some lanes, while curves are tested before they are entered.
-HV_INLINE void FetchNodes(const WideNode* nodes, const WideNode& node, unsigned lanes)
+HV_INLINE void FetchNodes(const WideNode* nodes, const LaneTubes* tubes, const WideNode& node, unsigned lanes)
 {
     for (; lanes != 0; lanes &= lanes - 1) {
         const int lane = std::countr_zero(lanes);
         if (node.count[lane] != 0) continue;
         const float* const planes = nodes[node.first[lane]].minX;
         for (int line = 0; line < 4; ++line) __builtin_prefetch(planes + 16 * line);
+        __builtin_prefetch(&tubes[node.first[lane]]);
     }
 }
 

@@ -50,6 +50,22 @@ inline Float8 Select(Float8 holds, Float8 a, Float8 b) { return {_mm256_blendv_p
 /// 1 / sqrt(a) with a relative error near 2 to the power -12; infinity at 0.
 inline Float8 FastReciprocalRoot(Float8 a) { return {_mm256_rsqrt_ps(a.lanes)}; }
 
+/// Eight numbers of half precision, aligned to 16 bytes.
+inline Float8 LoadHalves8(const std::uint16_t* p)
+{
+    return {_mm256_cvtph_ps(_mm_load_si128(reinterpret_cast<const __m128i*>(p)))};
+}
+
+/// The nearest half, and the smallest half that is no less.
+inline std::uint16_t NearestHalf(float x)
+{
+    return static_cast<std::uint16_t>(_mm_extract_epi16(_mm_cvtps_ph(_mm_set_ss(x), _MM_FROUND_TO_NEAREST_INT), 0));
+}
+inline std::uint16_t HalfAbove(float x)
+{
+    return static_cast<std::uint16_t>(_mm_extract_epi16(_mm_cvtps_ph(_mm_set_ss(x), _MM_FROUND_TO_POS_INF), 0));
+}
+
 /// a * b + c and a * b - c, rounded once: not the bits of the two operations.
 inline Float8 FusedAdd(Float8 a, Float8 b, Float8 c) { return {_mm256_fmadd_ps(a.lanes, b.lanes, c.lanes)}; }
 inline Float8 FusedSubtract(Float8 a, Float8 b, Float8 c) { return {_mm256_fmsub_ps(a.lanes, b.lanes, c.lanes)}; }
