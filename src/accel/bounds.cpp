@@ -114,7 +114,8 @@ Box TransformedBounds(const Matrix4& matrix, const Box& box)
     return result;
 }
 
-/// Whether areas of boxes of this size, times any count, are finite: a build that compares infinite costs splits nothing.
+/// Whether areas of boxes of this size, times any count, are finite: a build that compares infinite costs splits
+/// nothing.
 bool IsBuildable(const Box& box)
 {
     constexpr float kFarthest = 1e15f;

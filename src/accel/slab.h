@@ -4,6 +4,7 @@
 #include "base/float8.h"
 
 #include <cmath>
+#include <cstddef>
 #include <limits>
 
 /// The eight-lane box test of the walks, and what it needs of a ray.

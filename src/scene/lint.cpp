@@ -139,10 +139,11 @@ void SortFindings(std::vector<Finding>& findings)
 
     std::map<std::string, int> counts;
     std::erase_if(findings, [&](const Finding& finding) { return ++counts[finding.file] > kMostFindings; });
-    for (const auto& [file, count] : counts) {
+    for (const auto& [name, count] : counts) {
         if (count <= kMostFindings) continue;
-        const auto behind = std::find_if(findings.rbegin(), findings.rend(),
-                                         [&](const Finding& finding) { return finding.file == file; });
+        const std::string& file   = name;  // lambdas cannot capture a binding everywhere
+        const auto         behind = std::find_if(findings.rbegin(), findings.rend(),
+                                                 [&](const Finding& finding) { return finding.file == file; });
         findings.insert(behind.base(), {file, behind->line, behind->column, behind->is_error,
                                         "and more: the other findings in this file are left out"});
     }
