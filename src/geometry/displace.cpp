@@ -310,7 +310,7 @@ void FillAllPoints(const LevelBuild& build)
     }
 }
 
-/// Moves what FillPoint left: with a seed by the same random numbers every time.
+/// Moves what FillPoints left: with a seed by the same random numbers every time.
 void MoveAtRandom(const LevelBuild& build)
 {
     BeginRandomStream(kDisplacementItem, static_cast<std::uint32_t>(build.plan.entry));
