@@ -220,8 +220,8 @@ void Bench(const char* name, const Options& options)
     const hv::Part& part = hv::Objects[0].parts[0];
     BuildModel();
     const hv::Object& object = hv::Objects[0];
-    std::printf("%s: %zu segments, %zu wide nodes, %zu leaf blocks\n", name, part.cylinders.size(),
-                object.wideNodes.size(), object.leafBlocks.size());
+    std::printf("%s: %zu segments, %zu curve nodes, %zu bundles\n", name, part.cylinders.size(),
+                object.curveNodes.size(), object.curveBundles.size());
 #ifdef HV_WITH_EMBREE
     MakeEmbreeCurves(part, kPieces);
 #endif

@@ -1,9 +1,9 @@
 // The walks over hierarchies, against a linear scan over all primitives with the scalar tests: the same bits, whatever
 // the hierarchy and the packing of its leaves.
 
+#include "accel/curve_walk.h"
 #include "accel/leaf_tests.h"
 #include "accel/primitives.h"
-#include "accel/tube.h"
 #include "accel_scenes.h"
 #include "scene/obj_import.h"
 #include "session/settings.h"
@@ -364,6 +364,16 @@ TEST_F(Walk, StrandsEqualAScanOfEverything)
     }
 }
 
+/// Calls `visit` with the node, lane, bundle and number of curves of all bundles.
+template <class Visit>
+void ForBundles(const Object& object, const Visit& visit)
+{
+    for (const CurveNode& node : object.curveNodes)
+        for (int k = 0; k < 8; ++k)
+            for (std::uint32_t i = 0; i < node.count[k]; i += 8)
+                visit(node, k, object.curveBundles[node.first[k] + i / 8], std::min(node.count[k] - i, 8u));
+}
+
 // Whatever the test of a curve accepts passes the bound, however wildly the curve runs: short segments, whose tangents
 // are too long for them, are hit far from where they lie.
 TEST_F(Walk, BoundOfCurvesLosesNone)
@@ -381,20 +391,23 @@ TEST_F(Walk, BoundOfCurvesLosesNone)
         }
         Show(std::move(part));
         const Part& shown = Objects[0].parts[0];
-        for (const LeafBlock& block : Objects[0].leafBlocks)
+        ForBundles(Objects[0], [&](const CurveNode& node, int k, const CurveBundle& bundle, std::uint32_t count) {
             for (int r = 0; r < 50; ++r) {
                 const Vector  origin = (r % 5 == 0 ? 20.0f : 1.5f) * size * Point(random);
                 RayRecord     ray    = MakeRay(origin, Normalized(0.7f * size * Point(random) - origin));
-                const Vector8 at = SplatVector8(ray.origin), along = SplatVector8(ray.direction);
-                const auto    near = NearCurves(block.values, 255, at, along, SumOfSizes(along), Splat8(ray.distance));
-                for (unsigned lane = 0; lane < block.used; ++lane) {
+                const Vector8 along  = SplatVector8(ray.direction);
+                const LeafRay cast{SplatVector8(ray.origin), along, SumOfSizes(along), {}, {}, {}};
+                const auto    near = NearBundled(bundle, node, k, count, cast, Splat8(ray.distance));
+                for (unsigned lane = 0; lane < count; ++lane) {
                     CylinderHit hit;
-                    const bool  is_hit = IntersectCylinder(shown, block.index[lane], ray, hit);
+                    const bool  is_hit =
+                        IntersectCylinder(shown, Objects[0].curves[bundle.first + lane].index, ray, hit);
                     ASSERT_TRUE(!is_hit || (near >> lane & 1) != 0) << n << ' ' << r << ' ' << lane;
                     hits += is_hit;
                     turned_down += (near >> lane & 1) == 0;
                 }
             }
+        });
     }
     EXPECT_GT(hits, 10000);
     EXPECT_GT(turned_down, 100000);
@@ -405,20 +418,21 @@ TEST_F(Walk, BoundOfCurvesLosesNone)
 bool HasMetCurve(const Object& object, std::uint32_t index, const std::vector<bool>& is_met, const LeafRay& ray,
                  int (&turned_down)[2])
 {
-    const WideNode& node = object.wideNodes[index];
-    const unsigned  near = NearTubes(node, object.wideTubes[index], 255, ray);
-    bool            any  = false;
+    const CurveNode& node = object.curveNodes[index];
+    const unsigned   near = NearTubes(node, 255, ray, TubeRounding(ray, object.curveSize));
+    bool             any  = false;
     for (int k = 0; k < 8; ++k) {
         if (node.first[k] == kNone) continue;
         bool below = node.count[k] == 0 && HasMetCurve(object, node.first[k], is_met, ray, turned_down);
-        for (std::uint32_t i = 0; i < node.count[k]; ++i) below |= is_met[object.wideRefs[node.first[k] + i].index];
+        for (std::uint32_t i = 0; i < node.count[k]; ++i)
+            below |= is_met[object.curves[object.curveBundles[node.first[k] + i / 8].first + i % 8].index];
         turned_down[below] += (near >> k & 1) == 0;
         any |= below;
     }
     return any;
 }
 
-// A lane whose tube is turned down holds no curve that is met, whatever the order of the lanes.
+// A lane whose tube is turned down holds no curve that is met.
 TEST_F(Walk, TubesLoseNone)
 {
     for (const float away : {0.0f, 100.0f}) {

@@ -56,6 +56,13 @@ Vector8 CurveAt(const Curve& curve, const HermiteTable& table)
            Load8(table.arrive) * Splat(curve.t1);
 }
 
+/// CurveAt(curve, kEnds), whose pieces end where the next ones start.
+Vector8 Ends(Vector8 start, const Curve& curve)
+{
+    const Vector last = curve.p0 - (curve.p0 - curve.p1);
+    return {Following(start.x, last.x), Following(start.y, last.y), Following(start.z, last.z)};
+}
+
 /// The tangent at the table's ends, mixed linearly, whose planes cut the pieces off each other.
 Vector8 CutAt(const Curve& curve, const HermiteTable& table)
 {
@@ -87,9 +94,10 @@ Curve CurveOf(const Part& part, std::uint32_t vertex)
             TangentAt(part, vertex + 1), RadiusAt(part, vertex),     RadiusAt(part, vertex + 1)};
 }
 
-bool MeetCurve(const Curve& curve, Vector8 origin, Vector8 direction, float distance, CurveHit& hit)
+bool MeetCurve(const Curve& curve, const Vector8& origin, const Vector8& direction, float distance, CurveHit& hit)
 {
-    const Vector8 start = CurveAt(curve, kStarts), end = CurveAt(curve, kEnds);
+    const Vector8 start      = CurveAt(curve, kStarts);
+    const Vector8 end        = Ends(start, curve);
     const Vector8 edge       = end - start;
     const Vector8 to_start   = start - origin;
     const Float8  half_width = HalfWidths(curve);

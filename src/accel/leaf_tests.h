@@ -123,13 +123,6 @@ HV_INLINE unsigned TestFaces(const LeafBlock& block, const LeafRay& ray, Float8 
     return lanes == 0 ? 0 : WithoutSkipped(block, lanes, ray.skipped_tetragons);
 }
 
-/// Those of `lanes` whose curve the ray may meet before `limit` and may see.
-HV_INLINE unsigned TestCurves(const LeafBlock& block, unsigned lanes, const LeafRay& ray, Float8 limit)
-{
-    lanes = NearCurves(block.values, lanes, ray.origin, ray.direction, ray.pace, limit);
-    return lanes == 0 ? 0 : WithoutSkipped(block, lanes, ray.skipped_cylinders);
-}
-
 /// The surface parameters of a lane that passed, as RayRecord holds them.
 inline Vector FaceParameters(const LeafBlock& block, const LaneResults& results, unsigned lane)
 {

@@ -1,6 +1,6 @@
 #include "accel/accel.h"
+#include "accel/curve_walk.h"
 #include "accel/evaluate.h"
-#include "accel/tube.h"
 #include "accel/walk_steps.h"
 #include "session/settings.h"
 #include "shading/shading.h"
@@ -73,53 +73,21 @@ __attribute__((noinline)) bool AttenuateLanes(const Object& object, const LeafBl
     return false;
 }
 
-/// The same for curves, each of which is tested now.
-HV_INLINE bool AttenuateCurves(const Object& object, const LeafBlock& block, unsigned lanes, const LeafRay& leaf_ray,
-                               RayRecord& ray)
-{
-    for (; lanes != 0; lanes &= lanes - 1) {
-        const auto  lane = static_cast<unsigned>(std::countr_zero(lanes));
-        const Part& part = object.parts[block.part[lane]];
-        CurveHit    hit;
-        if (!IsVisible(ray, part.shaderID)) continue;
-        if (!MeetCurve(PackedCurve(block, lane, part), leaf_ray.origin, leaf_ray.direction, ray.distance, hit))
-            continue;
-        const SurfaceHit surface{
-            &part, block.index[lane], PrimitiveKind::Cylinder, true, hit.across, -hit.denominator, hit.along};
-        if (Attenuate(ray, part.shaderID, surface)) return true;
-    }
-    return false;
-}
-
 constexpr unsigned kNoLane = 8;
 
-/// Tests the leaves of curves in `lanes` of a node. Returns the lane that stopped the ray, or kNoLane.
-__attribute__((noinline)) unsigned OccludeByCurveLeaves(const Object& object, const WideNode& node, unsigned lanes,
-                                                        const LeafRay& leaf_ray, RayRecord& ray)
+/// Walks the curve tree. True when a curve ended the ray.
+template <bool kFinite>
+__attribute__((noinline)) bool OccludeByCurves(const Object& object, const SlabRay& slab, const LeafRay& leaf_ray,
+                                               WaitingLane* stack, RayRecord& ray)
 {
-    for (; lanes != 0; lanes &= lanes - 1) {
-        const auto lane    = static_cast<unsigned>(std::countr_zero(lanes));
-        bool       stopped = false;
-        ForCurveLeaves(object.leafBlocks.data(), node, 1u << lane, [&](const LeafBlock& block, unsigned own) {
-            if (stopped) return;
-            const unsigned passes = TestCurves(block, own, leaf_ray, Splat8(ray.distance));
-            stopped               = AttenuateCurves(object, block, passes, leaf_ray, ray);
-        });
-        if (stopped) return lane;
-    }
-    return kNoLane;
-}
-
-/// Tests the bundles of `lanes` of a node. True when the ray was stopped.
-__attribute__((noinline)) bool OccludeByBundles(const Object& object, const LaneTubes& tubes, unsigned lanes,
-                                                const LeafRay& leaf_ray, RayRecord& ray)
-{
-    bool stopped = false;
-    ForNearBundled(object.curveBundles.data(), object.leafBlocks.data(), tubes, lanes, leaf_ray, ray.distance,
-                   [&](const LeafBlock& block, unsigned own) {
-                       if (!stopped) stopped = AttenuateCurves(object, block, own, leaf_ray, ray);
-                   });
-    return stopped;
+    return WalkCurves<kFinite>(object, slab, leaf_ray, ray.distance, stack, [&](const PlacedCurve& placed) {
+        CurveHit hit;
+        if (!MeetCurve(placed.curve, leaf_ray.origin, leaf_ray.direction, ray.distance, hit)) return false;
+        const Part& part = object.parts[placed.part];
+        if (!IsVisible(ray, part.shaderID)) return false;
+        return Attenuate(ray, part.shaderID,
+                         {&part, placed.index, PrimitiveKind::Cylinder, true, hit.across, -hit.denominator, hit.along});
+    });
 }
 
 template <bool kLog>
@@ -151,7 +119,7 @@ bool OccludeByCylinder(const Part& part, std::uint32_t index, RayRecord& ray)
                      {&part, index, PrimitiveKind::Cylinder, true, hit.across, -hit.denominator, hit.along});
 }
 
-/// A reference of the kinds that are not packed.
+/// A reference of the kinds that are not packed. Only the first frame's rays meet curves here.
 template <bool kLog>
 bool OccludeByLoose(Object& object, const PrimitiveRef& ref, RayRecord& ray)
 {
@@ -162,7 +130,7 @@ bool OccludeByLoose(Object& object, const PrimitiveRef& ref, RayRecord& ray)
     case PrimitiveKind::Particle:
         return OccludeByParticle(object.parts[ref.part], ref.index, ray);
     case PrimitiveKind::Cylinder:
-        return OccludeByCylinder(object.parts[ref.part], ref.index, ray);
+        return kLog && OccludeByCylinder(object.parts[ref.part], ref.index, ray);
     default:
         return false;
     }
@@ -240,19 +208,20 @@ struct Standing {
 
 /// Goes on until leaves come up: those of a node that share blocks, when it is entered, or one long leaf. False when
 /// nothing is left. A loop of its own, so that the ray stays in registers.
-/// `narrow` takes lanes of a node that pass the box test and returns those that are worth a visit.
-template <bool kFinite, class Narrow, class AtOnce>
+/// kCurves: there is a curve tree, and lanes that are left to it.
+template <bool kFinite, bool kCurves, bool kLog>
 HV_INLINE bool FindLeaves(const WideNode* nodes, const SlabRay& slab, Float8 limit, bool enters,
-                          const WaitingNode* stack, WaitingNode*& top, Standing& standing, unsigned& leaves,
-                          const Narrow& narrow, const AtOnce& at_once)
+                          const WaitingNode* stack, WaitingNode*& top, Standing& standing, unsigned& leaves)
 {
     std::uint32_t node  = standing.node;
     unsigned      lanes = standing.lanes;
     while (true) {
         if (enters) {
             Float8 near;
-            lanes                 = narrow(node, SlabTest8<kFinite>(nodes[node], slab, limit, near));
-            const unsigned shared = lanes & at_once(node);
+            lanes                 = SlabTest8<kFinite>(nodes[node], slab, limit, near);
+            const unsigned curves = kCurves ? EqualByteBits8(nodes[node].blockLanes, kCurveLane) : 0;
+            if constexpr (!kLog) lanes &= ~curves;
+            const unsigned shared = lanes & NonZeroBits8(nodes[node].blockLanes) & ~curves;
             if (shared != 0) {
                 standing = {node, lanes & ~shared};
                 leaves   = shared;
@@ -279,57 +248,38 @@ HV_INLINE bool FindLeaves(const WideNode* nodes, const SlabRay& slab, Float8 lim
     }
 }
 
-/// The walk itself; `stack` has room for an entry a level and one more. kCurves: there are leaves of curves.
+/// The walk itself; `stack` has room for WaitingRoom(DepthOf(object)) entries, more than one a level. The rays of the first frame count their visits by
+/// the leaf, so they walk down to all of them.
 template <bool kLog, bool kFinite, bool kCurves>
 __attribute__((noinline)) bool WalkNodes(Object& object, RayRecord& ray, WaitingNode* stack)
 {
-    const WideNode* const  nodes      = object.wideNodes.data();
-    const LaneTubes* const tubes      = object.wideTubes.data();
-    const SlabRay          slab       = MakeSlabRay(ray.origin, ray.inverse_direction);
-    const LeafRay          leaf_ray   = MakeLeafRay(ray);
-    const Float8           box_limit  = Splat8(ray.distance);
-    const Float8           face_limit = Splat8(ray.distance - kRayEpsilon);
-    WaitingNode*           top        = stack;
-    Standing               standing{0, 0};
-    unsigned               leaves;
+    const WideNode* const nodes      = object.wideNodes.data();
+    const SlabRay         slab       = MakeSlabRay(ray.origin, ray.inverse_direction);
+    const LeafRay         leaf_ray   = MakeLeafRay(ray);
+    const Float8          box_limit  = Splat8(ray.distance);
+    const Float8          face_limit = Splat8(ray.distance - kRayEpsilon);
+    WaitingNode*          top        = stack;
+    Standing              standing{0, 0};
+    unsigned              leaves;
 
-    const auto narrow = [&](std::uint32_t node, unsigned lanes) {
-        if (!kCurves || (lanes & NonZeroBits8(nodes[node].blockLanes)) == 0) return lanes;
-        return NearTubes(nodes[node], tubes[node], lanes, leaf_ray);
-    };
-    // Visits are counted by the leaf, so that the first frame's rays pass the bundles over.
-    const auto at_once = [&](std::uint32_t node) {
-        const unsigned special = NonZeroBits8(nodes[node].blockLanes);
-        return kCurves && kLog ? special & ~EqualByteBits8(nodes[node].blockLanes, kCurveBundle) : special;
-    };
     for (bool enters = true;
-         FindLeaves<kFinite>(nodes, slab, box_limit, enters, stack, top, standing, leaves, narrow, at_once);
+         FindLeaves<kFinite, kCurves, kLog>(nodes, slab, box_limit, enters, stack, top, standing, leaves);
          enters = false) {
-        const WideNode& node    = nodes[standing.node];
-        const unsigned  curves  = kCurves ? leaves & EqualByteBits8(node.blockLanes, kCurveLeaf) : 0;
-        unsigned        lane    = kNoLane;
-        const unsigned  bundles = kCurves && !kLog ? leaves & EqualByteBits8(node.blockLanes, kCurveBundle) : 0;
-        if ((curves | bundles) != 0) FetchNodes(nodes, tubes, node, standing.lanes);
-        if (curves != 0) lane = OccludeByCurveLeaves(object, node, curves, leaf_ray, ray);
-        if (lane == kNoLane && bundles != 0 && OccludeByBundles(object, tubes[standing.node], bundles, leaf_ray, ray))
-            return true;
-        leaves &= ~(curves | bundles);
-        if (lane == kNoLane && leaves != 0) {
-            lane = static_cast<unsigned>(std::countr_zero(leaves));
-            if (node.blockLanes[lane] != 0)
-                lane = OccludeBySharedLeaves(object, node, leaves, leaf_ray, face_limit, ray);
-            else if (!OccludeByLongLeaf<kLog>(object, node, lane, leaf_ray, face_limit, ray))
-                lane = kNoLane;
-        }
+        const WideNode& node  = nodes[standing.node];
+        unsigned        lane  = static_cast<unsigned>(std::countr_zero(leaves));
+        const auto      block = node.blockLanes[lane];
+        if (block != 0 && block != kCurveLane)
+            lane = OccludeBySharedLeaves(object, node, leaves, leaf_ray, face_limit, ray);
+        else if (!OccludeByLongLeaf<kLog>(object, node, lane, leaf_ray, face_limit, ray))
+            lane = kNoLane;
         if (lane == kNoLane) continue;
         if constexpr (kLog)
             std::atomic_ref(object.wideVisits[standing.node][lane]).fetch_add(1, std::memory_order_relaxed);
         return true;
     }
+    if constexpr (kCurves && !kLog) return OccludeByCurves<kFinite>(object, slab, leaf_ray, stack, ray);
     return false;
 }
-
-constexpr std::size_t WaitingRoom(std::uint32_t depth) { return std::size_t{depth} + 2; }
 
 template <bool kLog>
 bool WalkWith(Object& object, RayRecord& ray, WaitingNode* stack)
@@ -345,7 +295,7 @@ bool WalkWith(Object& object, RayRecord& ray, WaitingNode* stack)
 template <bool kLog>
 __attribute__((noinline)) bool WalkDeep(Object& object, RayRecord& ray)
 {
-    std::vector<WaitingNode> stack(WaitingRoom(object.wideDepth));
+    std::vector<WaitingNode> stack(WaitingRoom(DepthOf(object)));
     return WalkWith<kLog>(object, ray, stack.data());
 }
 
@@ -355,7 +305,7 @@ bool Walk(Object& object, RayRecord& ray)
 {
     if (object.wideNodes.empty()) return false;
     ray.inverse_direction = Reciprocal(ray.direction, -kInfinity);
-    if (object.wideDepth > kUsualDepth) return WalkDeep<kLog>(object, ray);
+    if (DepthOf(object) > kUsualDepth) return WalkDeep<kLog>(object, ray);
     WaitingNode stack[WaitingRoom(kUsualDepth)];
     return WalkWith<kLog>(object, ray, stack);
 }

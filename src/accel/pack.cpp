@@ -1,7 +1,6 @@
 #include "accel/accel.h"
 #include "accel/large_array.h"
-#include "accel/tube.h"
-#include "accel/walk_steps.h"
+#include "accel/leaf_tests.h"
 #include "geometry/object.h"
 
 #include <algorithm>
@@ -39,29 +38,12 @@ void PackTetragon(const Part& part, std::uint32_t index, int lane, LeafBlock& bl
     block.shader[lane] = tetragon.shader;
 }
 
-void PackCylinder(const Part& part, std::uint32_t index, int lane, LeafBlock& block)
-{
-    const Curve curve = CurveOf(part, part.cylinders[index]);
-    PackVector(curve.p0, 0, lane, block);
-    PackVector(curve.p1, 1, lane, block);
-    block.values[8 * kReachRow + lane] = CurveReach(curve);
-    for (int axis = 0; axis < 3; ++axis) block.values[8 * (kT0Row + axis) + lane] = curve.t0[axis];
-    for (int axis = 0; axis < 2; ++axis) block.values[8 * (kT1Row + axis) + lane] = curve.t1[axis];
-    block.square[lane] = curve.t1.z;
-    block.shader[lane] = part.cylinders[index];
-}
-
 /// What a block can be packed as; None: its references are read one by one. All are of one kind class, so the first
-/// tells it but for cylinders, which may stand beside particles and instances. Those of kind None come last.
+/// tells it.
 PrimitiveKind PackedKind(const PrimitiveRef* refs)
 {
     const auto kind = static_cast<PrimitiveKind>(refs[0].kind);
-    if (kind == PrimitiveKind::Triangle || kind == PrimitiveKind::Tetragon) return kind;
-    const bool all = std::all_of(refs, refs + kBlockLength, [](const PrimitiveRef& ref) {
-        const auto other = static_cast<PrimitiveKind>(ref.kind);
-        return other == PrimitiveKind::Cylinder || other == PrimitiveKind::None;
-    });
-    return all ? PrimitiveKind::Cylinder : PrimitiveKind::None;
+    return kind == PrimitiveKind::Triangle || kind == PrimitiveKind::Tetragon ? kind : PrimitiveKind::None;
 }
 
 /// Written in place: a block that is made elsewhere and copied stalls on the wide reads behind its narrow writes.
@@ -79,44 +61,35 @@ void PackBlock(const Object& object, const PrimitiveRef* refs, LeafBlock& block)
         ++block.used;
         if (kind == PrimitiveKind::Triangle) PackTriangle(object.parts[ref.part], ref.index, lane, block);
         if (kind == PrimitiveKind::Tetragon) PackTetragon(object.parts[ref.part], ref.index, lane, block);
-        if (kind == PrimitiveKind::Cylinder) PackCylinder(object.parts[ref.part], ref.index, lane, block);
     }
 }
 
-/// Marks the leaves of a node whose references all lie in blocks of cylinders. Returns whether there are any.
-bool MarkCurveLeaves(const Object& object, WideNode& node)
+/// Whether there are curves below a lane and nothing else; `is_curves` tells it of the nodes below.
+bool IsCurveLane(const Object& object, const WideNode& node, int k, const std::vector<bool>& is_curves)
 {
-    bool any = false;
-    for (int k = 0; k < 8; ++k) {
-        if (node.count[k] == 0) continue;
-        bool all = true;
-        ForCurveLeaves(object.leafBlocks.data(), node, 1u << k, [&all](const LeafBlock& block, unsigned lanes) {
-            const bool is_curves = block.kind == static_cast<std::uint8_t>(PrimitiveKind::Cylinder);
-            all                  = all && is_curves && lanes >> block.used == 0;
-        });
-        if (all) node.blockLanes[k] = kCurveLeaf;
-        any |= all;
-    }
-    return any;
+    if (node.first[k] == kNone) return false;
+    if (node.count[k] == 0) return is_curves[node.first[k]];
+    const PrimitiveRef* const first = &object.wideRefs[node.first[k]];
+    return std::all_of(first, first + node.count[k], [](const PrimitiveRef& ref) {
+        return ref.kind == static_cast<std::uint16_t>(PrimitiveKind::Cylinder);
+    });
 }
 
-/// Marks all leaves of curves and makes the tubes and bundles above them. Objects without any are left as they are.
-void MarkCurveLeaves(Object& object)
+/// Marks what walks leave to the curve tree. Nodes come before their children.
+void MarkCurveLanes(Object& object)
 {
-    Release(object.wideTubes);
-    Release(object.curveBundles);
-    const bool has_cylinders =
-        std::any_of(object.parts.begin(), object.parts.end(), [](const Part& part) { return !part.cylinders.empty(); });
-    if (!has_cylinders || object.leafBlocks.empty()) return;
-    const auto count = static_cast<std::int64_t>(object.wideNodes.size());
-    bool       any   = false;
-#pragma omp parallel for schedule(static) num_threads(TeamSize()) reduction(|| : any) if (count >= 4096)
-    for (std::int64_t n = 0; n < count; ++n) {
-        const bool marked = MarkCurveLeaves(object, object.wideNodes[static_cast<std::size_t>(n)]);
-        any               = any || marked;
+    if (object.curveNodes.empty()) return;
+    std::vector<bool> is_curves(object.wideNodes.size());
+    for (std::size_t n = is_curves.size(); n-- > 0;) {
+        WideNode& node = object.wideNodes[n];
+        bool      all  = true;
+        for (int k = 0; k < 8; ++k) {
+            const bool marked = IsCurveLane(object, node, k, is_curves);
+            all               = all && (marked || node.first[k] == kNone);
+            if (marked) node.blockLanes[k] = kCurveLane;
+        }
+        is_curves[n] = all;
     }
-    object.wideNodes[0].reserved = any ? 1 : 0;
-    if (any) MakeTubes(object);
 }
 
 }  // namespace
@@ -131,7 +104,7 @@ void PackLeaves(Object& object)
         const auto block = static_cast<std::size_t>(b);
         PackBlock(object, &object.wideRefs[block * kBlockLength], object.leafBlocks[block]);
     }
-    MarkCurveLeaves(object);
+    MarkCurveLanes(object);
 }
 
 }  // namespace hv

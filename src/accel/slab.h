@@ -25,7 +25,7 @@ inline Vector Reciprocal(Vector direction, float at_zero)
 
 inline constexpr float kInfinity = std::numeric_limits<float>::infinity();
 
-/// A ray splat over eight lanes, with the position of its entry plane on each axis as a byte offset into a WideNode.
+/// A ray splat over eight lanes, with the position of its entry plane on each axis as a byte offset into LaneBoxes.
 /// The exit plane is at the other of the two offsets.
 struct SlabRay {
     Float8      origin_x, origin_y, origin_z;
@@ -42,19 +42,19 @@ HV_INLINE SlabRay MakeSlabRay(Vector origin, Vector inverse)
     ray.inverse_x = Splat8(-inverse.x);
     ray.inverse_y = Splat8(-inverse.y);
     ray.inverse_z = Splat8(-inverse.z);
-    ray.entry_x   = inverse.x > 0.0f ? offsetof(WideNode, minX) : offsetof(WideNode, maxX);
-    ray.entry_y   = inverse.y > 0.0f ? offsetof(WideNode, minY) : offsetof(WideNode, maxY);
-    ray.entry_z   = inverse.z > 0.0f ? offsetof(WideNode, minZ) : offsetof(WideNode, maxZ);
-    ray.exit_x    = offsetof(WideNode, minX) + offsetof(WideNode, maxX) - ray.entry_x;
-    ray.exit_y    = offsetof(WideNode, minY) + offsetof(WideNode, maxY) - ray.entry_y;
-    ray.exit_z    = offsetof(WideNode, minZ) + offsetof(WideNode, maxZ) - ray.entry_z;
+    ray.entry_x   = inverse.x > 0.0f ? offsetof(LaneBoxes, minX) : offsetof(LaneBoxes, maxX);
+    ray.entry_y   = inverse.y > 0.0f ? offsetof(LaneBoxes, minY) : offsetof(LaneBoxes, maxY);
+    ray.entry_z   = inverse.z > 0.0f ? offsetof(LaneBoxes, minZ) : offsetof(LaneBoxes, maxZ);
+    ray.exit_x    = offsetof(LaneBoxes, minX) + offsetof(LaneBoxes, maxX) - ray.entry_x;
+    ray.exit_y    = offsetof(LaneBoxes, minY) + offsetof(LaneBoxes, maxY) - ray.entry_y;
+    ray.exit_z    = offsetof(LaneBoxes, minZ) + offsetof(LaneBoxes, maxZ) - ray.entry_z;
     return ray;
 }
 
 /// (plane - origin) * inverse, written with both factors negated: the same bits, and the plane can stay in memory.
-HV_INLINE Float8 PlaneDistance(const WideNode& node, std::size_t plane, Float8 origin, Float8 negated_inverse)
+HV_INLINE Float8 PlaneDistance(const LaneBoxes& boxes, std::size_t plane, Float8 origin, Float8 negated_inverse)
 {
-    const char* bytes = reinterpret_cast<const char*>(&node);
+    const char* bytes = reinterpret_cast<const char*>(&boxes);
     return (origin - Load8(reinterpret_cast<const float*>(bytes + plane))) * negated_inverse;
 }
 
@@ -63,14 +63,14 @@ HV_INLINE Float8 PlaneDistance(const WideNode& node, std::size_t plane, Float8 o
 /// interval. With kFinite all inverses are finite: then no coordinate gives none, and the same numbers come out one
 /// step sooner.
 template <bool kFinite>
-HV_INLINE unsigned SlabTest8(const WideNode& node, const SlabRay& ray, Float8 far_limit, Float8& near)
+HV_INLINE unsigned SlabTest8(const LaneBoxes& boxes, const SlabRay& ray, Float8 far_limit, Float8& near)
 {
-    const Float8 near_x = PlaneDistance(node, ray.entry_x, ray.origin_x, ray.inverse_x);
-    const Float8 near_y = PlaneDistance(node, ray.entry_y, ray.origin_y, ray.inverse_y);
-    const Float8 near_z = PlaneDistance(node, ray.entry_z, ray.origin_z, ray.inverse_z);
-    const Float8 far_x  = PlaneDistance(node, ray.exit_x, ray.origin_x, ray.inverse_x);
-    const Float8 far_y  = PlaneDistance(node, ray.exit_y, ray.origin_y, ray.inverse_y);
-    const Float8 far_z  = PlaneDistance(node, ray.exit_z, ray.origin_z, ray.inverse_z);
+    const Float8 near_x = PlaneDistance(boxes, ray.entry_x, ray.origin_x, ray.inverse_x);
+    const Float8 near_y = PlaneDistance(boxes, ray.entry_y, ray.origin_y, ray.inverse_y);
+    const Float8 near_z = PlaneDistance(boxes, ray.entry_z, ray.origin_z, ray.inverse_z);
+    const Float8 far_x  = PlaneDistance(boxes, ray.exit_x, ray.origin_x, ray.inverse_x);
+    const Float8 far_y  = PlaneDistance(boxes, ray.exit_y, ray.origin_y, ray.inverse_y);
+    const Float8 far_z  = PlaneDistance(boxes, ray.exit_z, ray.origin_z, ray.inverse_z);
 
     const Float8 epsilon = Splat8(kBoxEpsilon);
     if constexpr (kFinite) {

@@ -14,63 +14,31 @@ struct Lane {
     std::uint32_t visits;
     std::uint16_t count;
     std::uint8_t  block_lanes;
-    std::uint16_t tube[4];  ///< axis and diameter
-    std::uint32_t bundle, curves;
 };
 
 using Counters = std::array<std::uint32_t, kLanes>;
 
-/// A wide node with what stands parallel to it.
-struct NodeLanes {
-    WideNode&  node;
-    Counters&  visits;
-    LaneTubes* tubes;  ///< null in objects without leaves of curves
-
-    NodeLanes(Object& object, std::size_t index)
-        : node(object.wideNodes[index]),
-          visits(object.wideVisits[index]),
-          tubes(object.wideTubes.empty() ? nullptr : &object.wideTubes[index])
-    {
-    }
-};
-
-Lane ReadLane(const NodeLanes& from, int k)
+Lane ReadLane(const WideNode& node, const Counters& visits, int k)
 {
-    const WideNode& node = from.node;
-    Lane            lane{{{node.minX[k], node.minY[k], node.minZ[k]}, {node.maxX[k], node.maxY[k], node.maxZ[k]}},
-              node.first[k],
-              from.visits[static_cast<std::size_t>(k)],
-              node.count[k],
-              node.blockLanes[k],
-              {},
-              0,
-              0};
-    if (from.tubes == nullptr) return lane;
-    for (int axis = 0; axis < 3; ++axis) lane.tube[axis] = from.tubes->axis[axis][k];
-    lane.tube[3] = from.tubes->diameter[k];
-    lane.bundle  = from.tubes->bundle[k];
-    lane.curves  = from.tubes->curves[k];
-    return lane;
+    return {{{node.minX[k], node.minY[k], node.minZ[k]}, {node.maxX[k], node.maxY[k], node.maxZ[k]}},
+            node.first[k],
+            visits[static_cast<std::size_t>(k)],
+            node.count[k],
+            node.blockLanes[k]};
 }
 
-void WriteLane(const NodeLanes& to, int k, const Lane& lane)
+void WriteLane(WideNode& node, Counters& visits, int k, const Lane& lane)
 {
-    WideNode& node                         = to.node;
-    node.minX[k]                           = lane.box.min.x;
-    node.minY[k]                           = lane.box.min.y;
-    node.minZ[k]                           = lane.box.min.z;
-    node.maxX[k]                           = lane.box.max.x;
-    node.maxY[k]                           = lane.box.max.y;
-    node.maxZ[k]                           = lane.box.max.z;
-    node.first[k]                          = lane.first;
-    node.count[k]                          = lane.count;
-    node.blockLanes[k]                     = lane.block_lanes;
-    to.visits[static_cast<std::size_t>(k)] = lane.visits;
-    if (to.tubes == nullptr) return;
-    for (int axis = 0; axis < 3; ++axis) to.tubes->axis[axis][k] = lane.tube[axis];
-    to.tubes->diameter[k] = lane.tube[3];
-    to.tubes->bundle[k]   = lane.bundle;
-    to.tubes->curves[k]   = lane.curves;
+    node.minX[k]                        = lane.box.min.x;
+    node.minY[k]                        = lane.box.min.y;
+    node.minZ[k]                        = lane.box.min.z;
+    node.maxX[k]                        = lane.box.max.x;
+    node.maxY[k]                        = lane.box.max.y;
+    node.maxZ[k]                        = lane.box.max.z;
+    node.first[k]                       = lane.first;
+    node.count[k]                       = lane.count;
+    node.blockLanes[k]                  = lane.block_lanes;
+    visits[static_cast<std::size_t>(k)] = lane.visits;
 }
 
 /// What is known of a lane when a node is put in order.
@@ -81,19 +49,19 @@ struct LaneWorth {
 };
 
 /// Stable insertion sort by decreasing key. Unused lanes are passed by others but not moved themselves.
-void SortChildren(const NodeLanes& lanes, LaneWorth (&worths)[kLanes])
+void SortChildren(WideNode& node, Counters& visits, LaneWorth (&worths)[kLanes])
 {
     for (int i = 1; i < kLanes; ++i) {
-        if (lanes.node.first[i] == kNone) continue;
-        const Lane      lane  = ReadLane(lanes, i);
+        if (node.first[i] == kNone) continue;
+        const Lane      lane  = ReadLane(node, visits, i);
         const LaneWorth worth = worths[i];
         int             k     = i;
         for (; k > 0 && worths[k - 1].key < worth.key; --k) {
-            WriteLane(lanes, k, ReadLane(lanes, k - 1));
+            WriteLane(node, visits, k, ReadLane(node, visits, k - 1));
             worths[k] = worths[k - 1];
         }
         if (k == i) continue;
-        WriteLane(lanes, k, lane);
+        WriteLane(node, visits, k, lane);
         worths[k] = worth;
     }
 }
@@ -122,7 +90,7 @@ void TuneChildOrder(Object& object, float& cost, std::uint32_t& visits, std::uin
         worths[k].probability = static_cast<float>(lane_visits[k]) / static_cast<float>(visits);
         worths[k].key         = worths[k].cost > 0.0f ? worths[k].probability / worths[k].cost : 0.0f;
     }
-    SortChildren({object, node_index}, worths);
+    SortChildren(node, counters, worths);
     double sum     = cost;
     float  reached = 1.0f;  // probability that no lane before has blocked the ray
     for (int k = 0; k < kLanes; ++k) {
@@ -140,10 +108,11 @@ void SortWideLanes(Object& object)
     const auto count = static_cast<std::int64_t>(object.wideNodes.size());
 #pragma omp parallel for schedule(static) num_threads(TeamSize()) if (count >= 4096)
     for (std::int64_t n = 0; n < count; ++n) {
-        const NodeLanes lanes(object, static_cast<std::size_t>(n));
-        LaneWorth       worths[kLanes];
-        for (int k = 0; k < kLanes; ++k) worths[k].key = HalfArea(ReadLane(lanes, k).box);
-        SortChildren(lanes, worths);
+        WideNode& node   = object.wideNodes[static_cast<std::size_t>(n)];
+        Counters& visits = object.wideVisits[static_cast<std::size_t>(n)];
+        LaneWorth worths[kLanes];
+        for (int k = 0; k < kLanes; ++k) worths[k].key = HalfArea(ReadLane(node, visits, k).box);
+        SortChildren(node, visits, worths);
     }
 }
 

@@ -1,4 +1,5 @@
 #include "accel/accel.h"
+#include "accel/curve_tree.h"
 #include "accel/hierarchy.h"
 #include "base/release.h"
 #include "session/console.h"
@@ -161,8 +162,9 @@ void Update(Object& object, bool force, int frame_count)
     FromBelow(object, level_count, [&object](std::uint32_t node) { RotateNode(object, node); });
     object.box  = object.binaryNodes.empty() ? Box{} : object.binaryNodes[0].box;
     object.cost = TreeCost(object.binaryNodes);
-    MakeWideTree(object);
     Release(object.levelNodes);
+    MakeWideTree(object);
+    MakeCurveTree(object);
     PackLeaves(object);
 }
 

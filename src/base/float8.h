@@ -56,6 +56,12 @@ inline Float8 LoadHalves8(const std::uint16_t* p)
     return {_mm256_cvtph_ps(_mm_load_si128(reinterpret_cast<const __m128i*>(p)))};
 }
 
+/// Eight whole numbers of two bytes, aligned to 16 bytes.
+inline Float8 LoadWords8(const std::uint16_t* p)
+{
+    return {_mm256_cvtepi32_ps(_mm256_cvtepu16_epi32(_mm_load_si128(reinterpret_cast<const __m128i*>(p))))};
+}
+
 /// The nearest half, and the smallest half that is no less.
 inline std::uint16_t NearestHalf(float x)
 {
@@ -74,6 +80,13 @@ inline Float8 FusedSubtract(Float8 a, Float8 b, Float8 c) { return {_mm256_fmsub
 inline Float8 Less(Float8 a, Float8 b) { return {_mm256_cmp_ps(a.lanes, b.lanes, _CMP_LT_OQ)}; }
 inline Float8 LessEqual(Float8 a, Float8 b) { return {_mm256_cmp_ps(a.lanes, b.lanes, _CMP_LE_OQ)}; }
 inline Float8 Equal(Float8 a, Float8 b) { return {_mm256_cmp_ps(a.lanes, b.lanes, _CMP_EQ_OQ)}; }
+
+/// Each lane gets the next one's value, the last one `last`.
+inline Float8 Following(Float8 a, float last)
+{
+    const __m256 turned = _mm256_permutevar8x32_ps(a.lanes, _mm256_setr_epi32(1, 2, 3, 4, 5, 6, 7, 0));
+    return {_mm256_blend_ps(turned, _mm256_set1_ps(last), 0x80)};
+}
 
 /// Bit i of the result is lane i of a comparison.
 inline unsigned Bits(Float8 a) { return static_cast<unsigned>(_mm256_movemask_ps(a.lanes)); }
@@ -108,6 +121,13 @@ inline unsigned NonZeroBits8(const std::uint8_t* p)
     const __m128i bytes = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
     const __m128i zero  = _mm_cmpeq_epi8(bytes, _mm_setzero_si128());
     return ~static_cast<unsigned>(_mm_movemask_epi8(zero)) & 255u;
+}
+
+/// Bit i: the i-th of eight numbers of two bytes, aligned to 16, is not 0.
+inline unsigned NonZeroBits16(const std::uint16_t* p)
+{
+    const __m128i zero = _mm_cmpeq_epi16(_mm_load_si128(reinterpret_cast<const __m128i*>(p)), _mm_setzero_si128());
+    return ~static_cast<unsigned>(_mm_movemask_epi8(_mm_packs_epi16(zero, zero))) & 255u;
 }
 
 /// Bit i: the i-th of eight bytes equals `value`.

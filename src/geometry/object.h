@@ -133,14 +133,17 @@ struct Object {
     bool                  hasMotion    = false;  ///< a Part moves
     bool                  isPrepared   = false;
 
-    std::vector<WideNode>                     wideNodes;     ///< what rays walk; node 0 is the root
-    std::vector<std::array<std::uint32_t, 8>> wideVisits;    ///< parallel: blocked shadow rays a lane, see OccludeLog
-    std::vector<LaneTubes>                    wideTubes;     ///< parallel; empty in objects without leaves of curves
-    std::vector<CurveBundle>                  curveBundles;  ///< named by wideTubes
-    std::vector<PrimitiveRef>                 wideRefs;      ///< eight to a block; kind None where a block is not full
-    std::vector<LeafBlock>                    leafBlocks;    ///< block b packs wideRefs[8 b .. 8 b + 7]
+    std::vector<WideNode>                     wideNodes;   ///< what rays walk; node 0 is the root
+    std::vector<std::array<std::uint32_t, 8>> wideVisits;  ///< parallel: blocked shadow rays a lane, see OccludeLog
+    std::vector<PrimitiveRef>                 wideRefs;    ///< eight to a block; kind None where a block is not full
+    std::vector<LeafBlock>                    leafBlocks;  ///< block b packs wideRefs[8 b .. 8 b + 7]
     std::uint32_t                             wideDepth = 0;
-    std::vector<BinaryNode>                   binaryNodes;  ///< kept by moving objects only
+    std::vector<CurveNode>                    curveNodes;    ///< what rays walk of the cylinders; node 0 is the root
+    std::vector<CurveBundle>                  curveBundles;  ///< of its leaves
+    std::vector<PlacedCurve>                  curves;        ///< of the bundles
+    std::uint32_t                             curveDepth = 0;
+    float                                     curveSize  = 0;  ///< largest |x| + |y| + |z| of its boxes
+    std::vector<BinaryNode>                   binaryNodes;     ///< kept by moving objects only
     std::vector<PrimitiveRef>                 binaryRefs;
     std::vector<std::uint32_t>                levelCount, levelFill;  ///< nodes of each level, up to kTreeLevels
     std::vector<std::vector<std::uint32_t>>   levelNodes;
