@@ -47,7 +47,7 @@ Object MixedSoup(int count, unsigned seed)
 using RefKey = std::array<std::uint32_t, 3>;
 RefKey KeyOf(const PrimitiveRef& ref) { return {ref.part, ref.kind, ref.index}; }
 
-Box LaneBox(const WideNode& node, int k)
+Box LaneBox(const LaneBoxes& node, int k)
 {
     return {{node.minX[k], node.minY[k], node.minZ[k]}, {node.maxX[k], node.maxY[k], node.maxZ[k]}};
 }
@@ -110,6 +110,48 @@ void CheckWide(const Object& object)
     const std::vector<PrimitiveRef> refs = UsableRefs(object);
     ASSERT_EQ(walk.seen.size(), refs.size());
     for (const PrimitiveRef& ref : refs) ASSERT_EQ(walk.seen[KeyOf(ref)], 1);
+}
+
+/// Walks the curve tree down from a node; returns its number of levels below. `seen` counts the curves.
+std::uint32_t WalkCurveNode(const Object& object, std::uint32_t index, std::vector<int>& node_visits,
+                            std::map<RefKey, int>& seen)
+{
+    const CurveNode& node   = object.curveNodes[index];
+    std::uint32_t    levels = 0;
+    ++node_visits[index];
+    for (int k = 0; k < 8; ++k) {
+        if (node.first[k] == kNone) {
+            EXPECT_EQ(LaneBox(node, k), Box{});
+        } else if (node.count[k] == 0) {
+            levels = std::max(levels, 1 + WalkCurveNode(object, node.first[k], node_visits, seen));
+        }
+        for (std::uint32_t i = 0; i < node.count[k]; ++i) {
+            const CurveBundle& bundle = object.curveBundles[node.first[k] + i / 8];
+            const PlacedCurve& curve  = object.curves[bundle.first + i % 8];
+            const PrimitiveRef ref{curve.part, static_cast<std::uint16_t>(PrimitiveKind::Cylinder), curve.index};
+            EXPECT_TRUE(Contains(LaneBox(node, k), PrimitiveBounds(object, ref)));
+            ++seen[KeyOf(ref)];
+        }
+    }
+    return levels;
+}
+
+/// Every usable cylinder stands in the curve tree exactly once, in a lane that encloses it.
+void CheckCurves(const Object& object)
+{
+    std::vector<int>      node_visits(object.curveNodes.size());
+    std::map<RefKey, int> seen;
+    const std::uint32_t   depth = node_visits.empty() ? 0 : WalkCurveNode(object, 0, node_visits, seen);
+    EXPECT_EQ(depth, object.curveDepth);
+    for (const int visits : node_visits) ASSERT_EQ(visits, 1);
+    std::size_t count = 0;
+    for (const PrimitiveRef& ref : UsableRefs(object)) {
+        if (ref.kind != static_cast<std::uint16_t>(PrimitiveKind::Cylinder)) continue;
+        ++count;
+        ASSERT_EQ(seen[KeyOf(ref)], 1);
+    }
+    EXPECT_EQ(seen.size(), count);
+    EXPECT_EQ(object.curves.size(), count);
 }
 
 /// Boxes, costs and sums of the binary tree by their definitions; sum of areas against the object's cost.
@@ -190,6 +232,7 @@ TEST_F(Hierarchy, SoupsKeepAllLaws)
             Prepare(object);
             CheckBinary(object);
             CheckWide(object);
+            CheckCurves(object);
             SortWideLanes(object);
             CheckWide(object);
             for (const WideNode& node : object.wideNodes)
@@ -250,6 +293,7 @@ TEST_F(Hierarchy, DegenerateInputKeepsAllLaws)
         Prepare(object);
         CheckBinary(object);
         CheckWide(object);
+        CheckCurves(object);
     }
 }
 
@@ -276,6 +320,7 @@ TEST_F(Hierarchy, ResultDoesNotDependOnThreads)
         const auto check = [threads](const Object& object, Object& first) {
             if (threads == 1) {
                 CheckWide(object);
+                CheckCurves(object);
                 first = object;
             }
             EXPECT_EQ(object.cost, first.cost);
@@ -283,6 +328,8 @@ TEST_F(Hierarchy, ResultDoesNotDependOnThreads)
             EXPECT_EQ(object.wideRefs, first.wideRefs);
             EXPECT_TRUE(SameBytes(object.wideNodes, first.wideNodes));
             EXPECT_TRUE(SameBytes(object.leafBlocks, first.leafBlocks));
+            EXPECT_TRUE(SameBytes(object.curveNodes, first.curveNodes));
+            EXPECT_TRUE(SameBytes(object.curveBundles, first.curveBundles));
         };
         Object object = source;
         Prepare(object, 8);

@@ -28,8 +28,7 @@ constexpr std::uint32_t kFillJob = 4096;
 /// How the curves below a binary node are best laid out, by the surface-area heuristic: to test a node or a bundle
 /// costs 1.
 struct CurvePlan {
-    float         cost[kLanes - 1];  ///< [n]: in at most n + 1 lanes of the node above
-    float         spread;            ///< in the eight lanes of a node of their own
+    float         cost[kLanes - 1];  ///< [n]: in at most n + 1 lanes of the node above them
     std::uint32_t curves;
     std::uint32_t nodes, bundles;  ///< that one lane above them needs
     std::uint32_t depth;           ///< levels of these nodes
@@ -126,8 +125,7 @@ private:
             plan = plans_[only];
             return;
         }
-        plan.spread  = CostOf(binary, kLanes);
-        plan.cost[0] = HalfArea(node.box) + plan.spread;
+        plan.cost[0] = HalfArea(node.box) + CostOf(binary, kLanes);
         for (int lanes = 2; lanes < kLanes; ++lanes)
             plan.cost[lanes - 1] = std::min(plan.cost[lanes - 2], CostOf(binary, lanes));
         plan.nodes          = 1;
@@ -187,7 +185,8 @@ private:
     {
         binary                = Resolve(binary);
         const CurvePlan& plan = plans_[binary];
-        if (lanes == 1 || IsLeaf(binary) || plan.cost[lanes - 1] == plan.cost[0])
+        while (lanes > 1 && plan.cost[lanes - 2] == plan.cost[lanes - 1]) --lanes;
+        if (lanes == 1)
             list.binary[list.count++] = binary;
         else
             Share(binary, lanes, list);
@@ -318,12 +317,11 @@ private:
 
 void CurveFiller::Clear(CurveNode& node)
 {
+    std::memset(static_cast<void*>(&node), 0, sizeof(node));
     for (int k = 0; k < kLanes; ++k) {
         SetBox(Box{}, k, node);
-        for (auto& axis : node.axis) axis[k] = 0;
         node.diameter[k] = HalfAbove(kInfinity);
         node.first[k]    = kNone;
-        node.count[k]    = 0;
     }
 }
 
@@ -353,7 +351,7 @@ void MakeCurveTree(Object& object)
     RenewLarge(object.curveNodes, std::max(root.nodes, 1u));
     RenewLarge(object.curveBundles, root.bundles);
     RenewLarge(object.curves, root.curves);
-    object.curveDepth = root.depth;
+    object.curveDepth = std::max(root.depth, 1u) - 1;
     object.curveSize  = FarthestCorner(object.binaryNodes[0].box);
     CurveFiller          filler(object, plans);
     std::vector<FillJob> jobs;

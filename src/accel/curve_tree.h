@@ -9,11 +9,12 @@ namespace hv {
 
 struct Object;
 
-/// Makes the curve tree of an object from its binary tree, which has boxes and sums. Objects without cylinders get none.
+/// Makes the curve tree of an object from its binary tree, which has boxes and sums. Objects without cylinders get
+/// none.
 void MakeCurveTree(Object& object);
 
-/// Gives lane k of a node its tube: around some curves, whose reaches stand parallel. Returns its part in the lane's
-/// box as half an area: like the half area of the box, twice the mean of what it hides. Infinite when there is no tube.
+/// Gives lane k of a node its tube: around some curves, whose reaches stand parallel. Returns half the surface of what
+/// the lane's box cuts out of it, to be held against the half area of the box; infinite when there is no tube.
 float MakeTube(const PlacedCurve* curves, const float* reaches, std::uint32_t count, int k, CurveNode& node);
 
 /// Steps in which bundles tell the ends of curves, as shares of a box.

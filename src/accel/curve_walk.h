@@ -17,7 +17,7 @@ HV_INLINE void FetchBundles(const CurveBundle* bundles, const CurveNode& node, u
     }
 }
 
-/// Asks for the nodes behind some inner lanes, while bundles are tested before they are entered.
+/// Asks for the nodes behind some inner lanes, all of them before the first is entered.
 HV_INLINE void FetchNodes(const CurveNode* nodes, const CurveNode& node, unsigned lanes)
 {
     for (; lanes != 0; lanes &= lanes - 1) {

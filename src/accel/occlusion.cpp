@@ -248,8 +248,8 @@ HV_INLINE bool FindLeaves(const WideNode* nodes, const SlabRay& slab, Float8 lim
     }
 }
 
-/// The walk itself; `stack` has room for WaitingRoom(DepthOf(object)) entries, more than one a level. The rays of the first frame count their visits by
-/// the leaf, so they walk down to all of them.
+/// The walk itself; `stack` has room for WaitingRoom(DepthOf(object)) entries, more than one a level. The rays of the
+/// first frame count their visits by the leaf, so they walk down to all of them.
 template <bool kLog, bool kFinite, bool kCurves>
 __attribute__((noinline)) bool WalkNodes(Object& object, RayRecord& ray, WaitingNode* stack)
 {

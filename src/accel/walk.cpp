@@ -93,28 +93,28 @@ HV_INLINE void TestSharedLeaves(const LeafBlock* blocks, const Leaves& leaves, c
     }
 }
 
-/// What the records of all hits have in common.
-void WriteHit(const Part& part, std::uint8_t kind, std::uint32_t primitive, std::uint32_t shader, float distance,
-              RayRecord& ray)
+/// What the records of all hits on packed primitives have in common.
+void WriteHit(const Object& object, const Part& part, PrimitiveKind kind, std::uint32_t primitive, std::uint32_t shader,
+              float distance, RayRecord& ray)
 {
     ray.distance           = distance;
     ray.hit_part           = &part;
     ray.hit_primitive      = primitive;
-    ray.hit_kind           = kind;
+    ray.hit_kind           = static_cast<std::uint8_t>(kind);
     ray.hit_shader         = shader < ShaderTraits.size() ? shader : 0;
     ray.hit_instance_depth = ray.instance_depth;
+    ray.has_density        = object.depth == 0;
 }
 
 void WriteFaceHit(const Object& object, const FaceHit& hit, float distance, RayRecord& ray)
 {
     const LeafBlock& block = *hit.block;
-    WriteHit(object.parts[block.part[hit.lane]], block.kind, block.index[hit.lane], block.shader[hit.lane], distance,
-             ray);
-    ray.hit_u       = hit.parameters.x;
-    ray.hit_v       = hit.parameters.y;
-    ray.hit_w       = hit.parameters.z;
-    ray.front_side  = hit.denominator < 0.0f;
-    ray.has_density = object.depth == 0;
+    WriteHit(object, object.parts[block.part[hit.lane]], static_cast<PrimitiveKind>(block.kind), block.index[hit.lane],
+             block.shader[hit.lane], distance, ray);
+    ray.hit_u      = hit.parameters.x;
+    ray.hit_v      = hit.parameters.y;
+    ray.hit_w      = hit.parameters.z;
+    ray.front_side = hit.denominator < 0.0f;
 }
 
 /// A hit on a curve of the curve tree.
@@ -126,13 +126,11 @@ struct PlacedHit {
 void WriteCurveHit(const Object& object, const PlacedHit& hit, RayRecord& ray)
 {
     const Part& part = object.parts[hit.placed->part];
-    WriteHit(part, static_cast<std::uint8_t>(PrimitiveKind::Cylinder), hit.placed->index, part.shaderID, hit.curve.t,
-             ray);
-    ray.hit_u       = hit.curve.across;
-    ray.hit_v       = -hit.curve.denominator;  // cosine of the hair point, which the evaluator could not find again
-    ray.hit_w       = hit.curve.along;
-    ray.front_side  = 1;
-    ray.has_density = object.depth == 0;
+    WriteHit(object, part, PrimitiveKind::Cylinder, hit.placed->index, part.shaderID, hit.curve.t, ray);
+    ray.hit_u      = hit.curve.across;
+    ray.hit_v      = -hit.curve.denominator;  // cosine of the hair point, which the evaluator could not find again
+    ray.hit_w      = hit.curve.along;
+    ray.front_side = 1;
 }
 
 /// Looks for a hit on a curve before `distance`.
@@ -168,7 +166,8 @@ bool WalkInstance(const Instance& instance, RayRecord& ray)
     return true;
 }
 
-/// Tests a reference of the kinds that are not packed, but for those of the curve tree. On a hit the record is written, `distance` included.
+/// Tests a reference of the kinds that are neither packed nor in the curve tree. On a hit the record is written,
+/// `distance` included.
 template <bool kProbe>
 bool TestLoose(Object& object, const PrimitiveRef& ref, RayRecord& ray)
 {

@@ -138,10 +138,10 @@ struct Object {
     std::vector<PrimitiveRef>                 wideRefs;    ///< eight to a block; kind None where a block is not full
     std::vector<LeafBlock>                    leafBlocks;  ///< block b packs wideRefs[8 b .. 8 b + 7]
     std::uint32_t                             wideDepth = 0;
-    std::vector<CurveNode>                    curveNodes;    ///< what rays walk of the cylinders; node 0 is the root
-    std::vector<CurveBundle>                  curveBundles;  ///< of its leaves
-    std::vector<PlacedCurve>                  curves;        ///< of the bundles
-    std::uint32_t                             curveDepth = 0;
+    std::vector<CurveNode>                    curveNodes;      ///< what rays walk of the cylinders; node 0 is the root
+    std::vector<CurveBundle>                  curveBundles;    ///< of its leaves
+    std::vector<PlacedCurve>                  curves;          ///< of the bundles
+    std::uint32_t                             curveDepth = 0;  ///< of the deepest node; that of the root is 0
     float                                     curveSize  = 0;  ///< largest |x| + |y| + |z| of its boxes
     std::vector<BinaryNode>                   binaryNodes;     ///< kept by moving objects only
     std::vector<PrimitiveRef>                 binaryRefs;
