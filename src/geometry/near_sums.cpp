@@ -12,21 +12,10 @@ namespace {
 /// From here on it pays to look for equal directions first: the tip of a cone may have a hundred thousand.
 constexpr std::size_t kLongList = 64;
 
-/// Both zeros are one.
-bool HaveEqualBits(float a, float b)
-{
-    return std::bit_cast<std::uint32_t>(a + 0.0f) == std::bit_cast<std::uint32_t>(b + 0.0f);
-}
-
-bool HaveEqualBits(Vector a, Vector b)
-{
-    return HaveEqualBits(a.x, b.x) && HaveEqualBits(a.y, b.y) && HaveEqualBits(a.z, b.z);
-}
-
 std::uint64_t HashDirection(Vector direction, float limit)
 {
-    return EndHash(MixHash(MixHash(0, HashPair(direction.x + 0.0f, direction.y + 0.0f)),
-                           HashPair(direction.z + 0.0f, limit + 0.0f)));
+    return EndHash(MixHash(MixHash(0, HashPair(Unsigned(direction.x), Unsigned(direction.y))),
+                           HashPair(Unsigned(direction.z), Unsigned(limit))));
 }
 
 }  // namespace
@@ -113,7 +102,7 @@ void NearSums::SumDistinct()
     const std::vector<std::uint32_t> first = FirstEqual(
         count_, [this](std::uint32_t k) { return HashDirection(Direction(k), Limit(k)); },
         [this](std::uint32_t a, std::uint32_t b) {
-            return HaveEqualBits(Direction(a), Direction(b)) && HaveEqualBits(Limit(a), Limit(b));
+            return IsSame(Direction(a), Direction(b)) && IsSame(Limit(a), Limit(b));
         });
     std::vector<std::uint32_t> distinct;
     for (std::uint32_t k = 0; k < count_; ++k)

@@ -63,15 +63,6 @@ private:
 
 // ---- Which vertices are one ----
 
-float Unsigned(float x) { return x + 0.0f; }  // one of both zeros
-
-bool IsSame(float a, float b)
-{
-    return std::bit_cast<std::uint32_t>(Unsigned(a)) == std::bit_cast<std::uint32_t>(Unsigned(b));
-}
-bool IsSame(Vector2 a, Vector2 b) { return IsSame(a.u, b.u) && IsSame(a.v, b.v); }
-bool IsSame(Vector a, Vector b) { return IsSame(a.x, b.x) && IsSame(a.y, b.y) && IsSame(a.z, b.z); }
-
 std::uint64_t Hashed(std::uint64_t hash, float x) { return MixHash(hash, HashPair(Unsigned(x), 0.0f)); }
 std::uint64_t Hashed(std::uint64_t hash, Vector2 a) { return MixHash(hash, HashPair(Unsigned(a.u), Unsigned(a.v))); }
 std::uint64_t Hashed(std::uint64_t hash, Vector a)

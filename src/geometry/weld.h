@@ -31,6 +31,16 @@ inline std::uint64_t HashPair(float low, float high)
     return std::bit_cast<std::uint32_t>(low) | std::uint64_t{std::bit_cast<std::uint32_t>(high)} << 32;
 }
 
+inline float Unsigned(float x) { return x + 0.0f; }  // one of both zeros
+
+/// Whether the bits are equal: a non-number equals itself. Both zeros are one.
+inline bool IsSame(float a, float b)
+{
+    return std::bit_cast<std::uint32_t>(Unsigned(a)) == std::bit_cast<std::uint32_t>(Unsigned(b));
+}
+inline bool IsSame(Vector2 a, Vector2 b) { return IsSame(a.u, b.u) && IsSame(a.v, b.v); }
+inline bool IsSame(Vector a, Vector b) { return IsSame(a.x, b.x) && IsSame(a.y, b.y) && IsSame(a.z, b.z); }
+
 inline std::uint32_t HashWord(PackedDirection packed)
 {
     return std::uint32_t{static_cast<std::uint8_t>(packed.x)} |

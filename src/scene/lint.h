@@ -13,6 +13,8 @@
 /// (lint_records.cpp).
 namespace hv {
 
+struct SurfaceShader;
+
 struct SceneText {
     std::string path;
     Transcript  transcript;
@@ -66,6 +68,9 @@ void CheckNames(SceneCheck& check);
 void CheckRepeats(SceneCheck& check);
 void CheckValues(SceneCheck& check);
 void CheckRecords(SceneCheck& check);
+
+/// Whether any layer of any shader is so.
+bool IsAnyLayer(bool (*is_it)(const SurfaceShader&));
 
 inline constexpr int kMostFindings = 100;  ///< of a file: junk is told in a screen or two
 

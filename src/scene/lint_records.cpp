@@ -81,15 +81,6 @@ void CheckAovs(SceneCheck& check, const std::vector<Place>& sections, const std:
 
 // ---- Lights ----
 
-/// Whether the geometry light has anything to sample.
-bool IsAnySampled()
-{
-    const auto is_sampled = [](const SurfaceShader& layer) { return layer.virtual_light; };
-    return std::any_of(Shaders.begin(), Shaders.end(), [&](const Shader& shader) {
-        return std::any_of(shader.layers.begin(), shader.layers.end(), is_sampled);
-    });
-}
-
 template <class Record>
 void CheckLight(SceneCheck& check, const Record& light, const Place& section)
 {
@@ -124,7 +115,7 @@ void CheckLights(SceneCheck& check)
         for (const Place& sky : skies)
             if (HasLine(sky, "sample"))
                 check.WarnOfWhole(LineOr(sky, "sample"), "`sample` has an effect with an `image` only");
-    if (GeometryLight.sample > 0 && !IsAnySampled())
+    if (GeometryLight.sample > 0 && !IsAnyLayer([](const SurfaceShader& layer) { return layer.virtual_light; }))
         for (const Place& section : emitters)
             if (HasLine(section, "sample"))
                 check.WarnOfWhole(LineOr(section, "sample"),

@@ -119,13 +119,6 @@ void CheckShaderWords(SceneCheck& check, const Place& shader)
 
 // ---- Photons of which nothing comes ----
 
-bool IsAnyLayer(bool (*is_it)(const SurfaceShader&))
-{
-    return std::any_of(Shaders.begin(), Shaders.end(), [&](const Shader& shader) {
-        return std::any_of(shader.layers.begin(), shader.layers.end(), is_it);
-    });
-}
-
 /// Warns of lights whose photons find neither cells nor caustics.
 void CheckPhotons(SceneCheck& check, std::string_view light, std::string_view reason)
 {
@@ -151,6 +144,13 @@ void CheckAllPhotons(SceneCheck& check)
 }
 
 }  // namespace
+
+bool IsAnyLayer(bool (*is_it)(const SurfaceShader&))
+{
+    return std::any_of(Shaders.begin(), Shaders.end(), [&](const Shader& shader) {
+        return std::any_of(shader.layers.begin(), shader.layers.end(), is_it);
+    });
+}
 
 void CheckValues(SceneCheck& check)
 {
