@@ -1,6 +1,6 @@
-// A host in C++ for motion blur: three balls, one that the camera goes along with, one that stands, one that comes towards
-// them. Vertices move by the data named "motion", the camera between its two poses. Writes the picture to the file named
-// as argument.
+// A host in C++ for motion blur: three balls, one that the camera goes along with, one that stands, one that comes
+// towards them. Vertices move by the data named "motion", the camera between its two poses. Writes the picture to the
+// file named as argument.
 
 #include <cmath>
 #include <cstdio>

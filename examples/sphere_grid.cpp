@@ -1,5 +1,5 @@
-// A host in C++ that uses the additions too: spheres as particles, one object placed many times, pixels fetched after the
-// render. Writes the picture to the file named as argument and its mean to standard error.
+// A host in C++ that uses the additions too: spheres as particles, one object placed many times, pixels fetched after
+// the render. Writes the picture to the file named as argument and its mean to standard error.
 
 #include <cstdio>
 #include <numeric>

@@ -129,9 +129,9 @@ typedef void (*hvxDensityCallback)(double megabytes, double total_megabytes, flo
 HV_API void hvxSetDensityCallback(hvxDensityCallback callback, void* user); /**< null: none, the default */
 
 /** Absorption inside fibres that wear a shader: light that crosses a fibre through its middle is left exp(-4 a) of it,
- *  whatever the radius. Each channel at least 0, default 0 0 0, which is clear. It colours the light that goes through a fibre (the lobes TT and TRT of a Dielectric shader) and leaves
- *  the highlight on its surface white, as in real hair. Set it before hvInitialize. A bad handle, a negative or
- *  non-finite channel change nothing. */
+ *  whatever the radius. Each channel at least 0, default 0 0 0, which is clear. It colours the light that goes through
+ *  a fibre (the lobes TT and TRT of a Dielectric shader) and leaves the highlight on its surface white, as in real hair.
+ *  Set it before hvInitialize. A bad handle, a negative or non-finite channel change nothing. */
 HV_API void hvxSetHairAbsorption(int shader, float r, float g, float b);
 
 /** Decodes each picture file in a forked child process, so that a file that crashes, stalls or swamps its decoder costs
