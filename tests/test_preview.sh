@@ -191,8 +191,18 @@ kill -9 "$server"
 expect_end "no server any more"
 [ -s orphan.ppm ] || fail "the server took the picture with it"
 
+# -- Nor is there a window for the rest of that process
+start_display third
+start "$host" twice walls one.ppm two.ppm
+await 'close the window to exit' 1
+rm one.ppm two.ppm
+kill -9 "$server"
+expect_end "no server for the second window"
+expect_text log '^error :\( 	preview - .*, no window can open in this process' "no server for the second window"
+[ -s one.ppm ] && [ ! -e two.ppm ] || fail "no server for the second window: $(echo ./*.ppm)"
+
 # -- No display: one line, and nothing is begun that takes long; these films would take hours
-start_display third -extension GLX
+start_display fourth -extension GLX
 while IFS='|' read -r display pattern; do
     export DISPLAY=$display
     expect_status 1 "display '$display'" "$halvorne" walls --preview --size 4000x4000 --frames 65535 -o none.ppm

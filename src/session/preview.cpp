@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <csetjmp>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -26,33 +27,67 @@ constexpr auto kRestOfFinished = std::chrono::milliseconds(50);  // between two 
 
 /// What the callbacks of GLUT and Xlib share, which take no user data.
 struct PreviewState {
-    bool            is_refused       = false;    ///< no display when last asked
-    bool            is_disconnected  = false;    ///< the server has gone, or has cut us off
-    int             window           = 0;        ///< GLUT's number; 0: none is open
-    Display*        connection       = nullptr;  ///< GLUT's, while a window is open
-    XIOErrorHandler other_io_handler = nullptr;  ///< the host's, while a window is open
+    bool            is_refused       = false;                  ///< no display when last asked
+    bool            is_lost          = false;                  ///< no window can be had any more in this process
+    char            reason[512]      = "the display is gone";  ///< why it is lost
+    int             window           = 0;                      ///< GLUT's number; 0: none is open
+    Display*        connection       = nullptr;                ///< GLUT's, while a window is open
+    XIOErrorHandler other_io_handler = nullptr;                ///< the host's, while we speak to the server
 };
 
 PreviewState Preview;
 
-/// What keeps a display from showing a window, empty for nothing.
-std::string FindProblem(Display* connection)
+/// Where this thread goes on if the server goes while it speaks to it, or GLUT fails.
+thread_local std::jmp_buf* WayOut = nullptr;
+
+// Xlib would end the process, and the render with it. Returning is no way either: the drivers of OpenGL take the
+// answers that never came for sizes and addresses, and crash.
+int OnConnectionError(Display* connection)
 {
+    if (WayOut) std::longjmp(*WayOut, 1);
+    return Preview.other_io_handler ? Preview.other_io_handler(connection) : 0;
+}
+
+/// Makes a call that speaks to the server. Returns whether that can go on: a call that loses the server, or with which
+/// GLUT fails, is left where it stands, as are all locks that the driver and GLUT hold then, so that no other is made
+/// in this process. What is called must own nothing that a destructor would have to release.
+template <typename Call>
+bool Speak(const Call& call)
+{
+    if (Preview.is_lost) return false;
+    std::jmp_buf way_out;
+    Preview.other_io_handler = XSetIOErrorHandler(OnConnectionError);
+    if (setjmp(way_out) == 0) {
+        WayOut = &way_out;
+        call();
+    } else {
+        Preview.is_lost = true;
+    }
+    WayOut = nullptr;
+    XSetIOErrorHandler(Preview.other_io_handler);
+    return !Preview.is_lost;
+}
+
+/// What keeps a display from showing a window, null for nothing.
+const char* FindProblem(Display* connection)
+{
+    if (!connection) return "cannot be reached";
+    if (glutGet(GLUT_INIT_STATE)) return nullptr;  // found good before
     int base = 0, count = 0;
     if (!glXQueryExtension(connection, &base, &base)) return "has no OpenGL";
     const int    wanted[] = {GLX_DOUBLEBUFFER, True, None};
     GLXFBConfig* found    = glXChooseFBConfig(connection, DefaultScreen(connection), wanted, &count);
     if (found) XFree(found);
-    return found && count > 0 ? "" : "has no double-buffered OpenGL";
+    return found && count > 0 ? nullptr : "has no double-buffered OpenGL";
 }
 
 /// What no display should lead to any more. GLUT cannot go on from here, and its handler must not return.
-void EndOnGlutError(const char* format, va_list arguments)
+void OnGlutError(const char* format, va_list arguments)
 {
-    char message[512];
-    std::vsnprintf(message, sizeof message, format, arguments);
-    PrintError("preview - " + std::string(message));
-    std::exit(EXIT_FAILURE);
+    std::vsnprintf(Preview.reason, sizeof Preview.reason, format, arguments);
+    if (WayOut) std::longjmp(*WayOut, 1);
+    PrintError("preview - " + std::string(Preview.reason));
+    std::exit(EXIT_FAILURE);  // a call that the host made to GLUT
 }
 
 /// Once in a process: GLUT refuses a second start.
@@ -62,7 +97,7 @@ void StartGlut()
     char  name[]      = "halvorne";
     char* arguments[] = {name, nullptr};
     int   count       = 1;
-    glutInitErrorFunc(EndOnGlutError);
+    glutInitErrorFunc(OnGlutError);
     glutInit(&count, arguments);
 }
 
@@ -71,17 +106,16 @@ std::string TryDisplay()
 {
     const char* const name = std::getenv("DISPLAY");
     if (!name || !*name) return "there is no display, DISPLAY is not set";
-    Display* const connection = XOpenDisplay(nullptr);
-    if (!connection) return "the display '" + std::string(name) + "' cannot be reached";
-
-    std::string problem = FindProblem(connection);
-    if (problem.empty())
-        StartGlut();
-    else
-        problem = "the display '" + std::string(name) + "' " + problem;
-    // Not before GLUT has its own: some servers start anew when their last client leaves, and refuse others meanwhile.
-    XCloseDisplay(connection);
-    return problem;
+    const char* problem  = nullptr;
+    const bool  is_there = Speak([&] {
+        Display* const connection = XOpenDisplay(nullptr);
+        problem                   = FindProblem(connection);
+        if (!problem) StartGlut();
+        // Not before GLUT has its own: some servers start anew when their last client leaves, and refuse others.
+        if (connection) XCloseDisplay(connection);
+    });
+    if (!is_there) return Preview.reason + std::string(", no window can open in this process any more");
+    return problem ? "the display '" + std::string(name) + "' " + problem : "";
 }
 
 /// Whether the film of a camera is what DisplayPreview draws. Hosts may change the camera between frames.
@@ -98,9 +132,8 @@ void DisplayPreview()
 {
     const Camera* camera = ActiveCamera();
     if (!HasFloatPicture(camera)) return;
-    XSync(Preview.connection, False);  // the drivers of OpenGL crash where they draw on a lost connection
-    if (Preview.is_disconnected) return;
-    glClear(GL_COLOR_BUFFER_BIT);  // a window that was made larger is black beside the picture
+    XSync(Preview.connection, False);  // a server that has gone is best noticed before the driver begins to draw
+    glClear(GL_COLOR_BUFFER_BIT);      // a window that was made larger is black beside the picture
     glRasterPos2i(-1, 1);
     glPixelZoom(1, -1);  // row 0 is the top row
     glDrawPixels(camera->width, camera->height, GL_RGB, GL_FLOAT, camera->aovs[0].image.pixels32.data());
@@ -115,15 +148,6 @@ void ClosePreview()
     const Camera* camera = ActiveCamera();
     if (camera && !camera->aovs.empty()) Guarded([&] { WriteImage(camera->aovs[0].image); });
 }
-
-// Xlib would end the process, and the render with it, when the server goes or a window manager cuts the client off.
-int OnConnectionError(Display* connection)
-{
-    if (connection == Preview.connection || !Preview.other_io_handler) return 0;
-    return Preview.other_io_handler(connection);
-}
-
-void OnDisconnected(Display*, void*) { Preview.is_disconnected = true; }
 
 bool HasWindowManager(Display* connection)
 {
@@ -141,46 +165,48 @@ bool HasWindowManager(Display* connection)
 
 void OpenWindow(const Camera& camera)
 {
-    glutInitErrorFunc(EndOnGlutError);
+    glutInitErrorFunc(OnGlutError);
     glutSetOption(GLUT_ACTION_ON_WINDOW_CLOSE, GLUT_ACTION_GLUTMAINLOOP_RETURNS);
     glutInitWindowSize(std::min(camera.width, kLargestWindow), std::min(camera.height, kLargestWindow));
     glutInitDisplayMode(GLUT_RGBA | GLUT_DOUBLE);
-    Preview.is_disconnected = false;
-    Preview.window          = glutCreateWindow("halvorne");
+    Preview.window     = glutCreateWindow("halvorne");
+    Preview.connection = glXGetCurrentDisplay();
     glutDisplayFunc(DisplayPreview);
     glutCloseFunc(ClosePreview);
-
-    Preview.connection       = glXGetCurrentDisplay();
-    Preview.other_io_handler = XSetIOErrorHandler(OnConnectionError);
-    XSetIOErrorExitHandler(Preview.connection, OnDisconnected, nullptr);
     // Where nobody places windows, GLUT's own place is one pixel beside the screen.
     if (!HasWindowManager(Preview.connection)) glutPositionWindow(0, 0);
+}
+
+/// Ends the process before GLUT takes its windows down, which would wait for ever: the call that was left to make one
+/// holds a lock of the driver. Other handlers of the exit are run if they were set later than GLUT's.
+void ExitWithoutGlut(int status, void*)
+{
+    std::fflush(nullptr);
+    std::_Exit(status);
 }
 
 /// Takes down what the user's closing has left. A window that is still open is closed as by the user.
 void CloseWindow()
 {
-    if (!Preview.is_disconnected) {
+    Speak([] {
         if (Preview.window) glutDestroyWindow(Preview.window);
         glutMainLoopEvent();  // which destroys windows at its end
-    }
-    if (Preview.is_disconnected) glutExit();  // GLUT forgets the dead connection and may be started again
-    XSetIOErrorHandler(Preview.other_io_handler);
+    });
+    Preview.window     = 0;
     Preview.connection = nullptr;
 }
 
-bool IsWindowOpen() { return Preview.window && !Preview.is_disconnected; }
-
 /// The steps of glutMainLoop with RenderFrame as idle callback. Called one by one for two reasons: glutMainLoop takes
 /// all of GLUT down when it returns, so that a second render would find none, and an exception must not cross it.
-void RunMainLoop()
+/// Returns false when the display is lost.
+bool RunMainLoop()
 {
-    while (IsWindowOpen()) {
-        glutMainLoopEvent();
-        if (!IsWindowOpen()) return;
+    while (Speak(glutMainLoopEvent)) {
+        if (!Preview.window) return true;
         RenderFrame();
         if (IsRenderOver()) std::this_thread::sleep_for(kRestOfFinished);
     }
+    return false;
 }
 
 }  // namespace
@@ -200,22 +226,26 @@ bool IsPreviewRefused() { return Preview.is_refused; }
 
 bool RunPreview()
 {
-    if (!HasFloatPicture(ActiveCamera())) return false;
-    OpenWindow(*ActiveCamera());
+    const Camera* const camera = ActiveCamera();
+    if (!HasFloatPicture(camera)) return false;
     struct Closer {
         ~Closer() { CloseWindow(); }
     } closer;
-    RunMainLoop();
-    if (Preview.window) PrintError("preview - the display is gone, the picture is written as it stands");
+    const bool is_open = Speak([camera] { OpenWindow(*camera); });
+    if (!is_open) on_exit(ExitWithoutGlut, nullptr);
+    if (!is_open || !RunMainLoop())
+        PrintError("preview - " + std::string(Preview.reason) + ", the picture is written as it stands");
     return true;
 }
 
 void RefreshPreview()
 {
-    if (!IsWindowOpen()) return;
-    glutSetWindow(Preview.window);
-    DisplayPreview();
-    glutPostRedisplay();
+    if (!Preview.window) return;
+    Speak([] {
+        glutSetWindow(Preview.window);
+        DisplayPreview();
+        glutPostRedisplay();
+    });
 }
 
 }  // namespace hv
