@@ -120,9 +120,9 @@ std::array<RaySet, 3> MakeRaySets(const hv::Part& part, const View& view)
     const auto   starts = FindStarts(part, camera);
     const auto   count  = camera.rays.size();
     Pcg32        bounce_random(2, 2), shadow_random(3, 3);
-    RaySet       bounce = WalkStarts("bounce", RayKind::Closest, scene, starts, count,
-                                     [&](const SurfaceStart& start) { return MakeBounceRay(start, bounce_random); });
-    RaySet       shadow = WalkStarts("shadow", RayKind::Occlusion, scene, starts, count,
-                                     [&](const SurfaceStart& start) { return MakeShadowRay(start, scene, shadow_random); });
+    RaySet       bounce  = WalkStarts("bounce", RayKind::Closest, scene, starts, count,
+                                      [&](const SurfaceStart& start) { return MakeBounceRay(start, bounce_random); });
+    const auto   to_lamp = [&](const SurfaceStart& start) { return MakeShadowRay(start, scene, shadow_random); };
+    RaySet       shadow  = WalkStarts("shadow", RayKind::Occlusion, scene, starts, count, to_lamp);
     return {std::move(camera), std::move(bounce), std::move(shadow)};
 }

@@ -39,6 +39,16 @@ struct BinaryNode {
 /// Boxes of the eight lanes of a node. An unused lane has an inverted box, which no slab test passes.
 struct LaneBoxes {
     float minX[8], minY[8], minZ[8], maxX[8], maxY[8], maxZ[8];
+
+    void SetBox(int lane, const Box& box)
+    {
+        minX[lane] = box.min.x;
+        minY[lane] = box.min.y;
+        minZ[lane] = box.min.z;
+        maxX[lane] = box.max.x;
+        maxY[lane] = box.max.y;
+        maxZ[lane] = box.max.z;
+    }
 };
 
 /// Node of the traversal tree: exactly four cache lines. The counters of its lanes stand apart, in Object::wideVisits.

@@ -53,12 +53,7 @@ void Clear(WideNode& node)
 
 void StoreLane(WideNode& node, int k, const Box& box, std::uint32_t first, std::uint32_t count)
 {
-    node.minX[k]  = box.min.x;
-    node.minY[k]  = box.min.y;
-    node.minZ[k]  = box.min.z;
-    node.maxX[k]  = box.max.x;
-    node.maxY[k]  = box.max.y;
-    node.maxZ[k]  = box.max.z;
+    node.SetBox(k, box);
     node.first[k] = first;
     node.count[k] = static_cast<std::uint16_t>(count);
 }

@@ -221,7 +221,7 @@ public:
             next.binary           = lanes.binary[k];
             const CurvePlan& plan = plans_[next.binary];
             const Box&       box  = object_.binaryNodes[next.binary].box;
-            SetBox(box, k, node);
+            node.SetBox(k, box);
             if (plans_.IsLeaf(next.binary)) {
                 node.first[k] = next.bundle;
                 node.count[k] = static_cast<std::uint16_t>(plan.curves);
@@ -248,15 +248,6 @@ public:
 
 private:
     static void Clear(CurveNode& node);
-    static void SetBox(const Box& box, int k, CurveNode& node)
-    {
-        node.minX[k] = box.min.x;
-        node.minY[k] = box.min.y;
-        node.minZ[k] = box.min.z;
-        node.maxX[k] = box.max.x;
-        node.maxY[k] = box.max.y;
-        node.maxZ[k] = box.max.z;
-    }
 
     /// Appends the curves below a binary node to those before `end`.
     void AppendCurves(std::uint32_t binary, PlacedCurve*& end)
@@ -319,7 +310,7 @@ void CurveFiller::Clear(CurveNode& node)
 {
     std::memset(static_cast<void*>(&node), 0, sizeof(node));
     for (int k = 0; k < kLanes; ++k) {
-        SetBox(Box{}, k, node);
+        node.SetBox(k, Box{});
         node.diameter[k] = HalfAbove(kInfinity);
         node.first[k]    = kNone;
     }

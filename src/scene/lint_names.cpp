@@ -2,13 +2,10 @@
 #include "scene/text_file.h"
 #include "session/search_paths.h"
 
-#include <algorithm>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <set>
-#include <system_error>
 
 namespace hv {
 
@@ -23,12 +20,6 @@ struct Name {
     Meaning     meaning;
     std::size_t path_count;  ///< entries of ImageSearchPaths at that line
 };
-
-bool IsReadable(const std::string& path)
-{
-    std::error_code ignored;
-    return fs::is_regular_file(path, ignored) && std::ifstream(path, std::ios::binary).is_open();
-}
 
 class NameCheck {
 public:
@@ -85,20 +76,16 @@ private:
     // As the image store searches; an empty path names no picture.
     void CheckPicture(const Name& name, std::size_t path_count)
     {
-        if (name.text.empty()) return;
-        for (std::size_t i = 0; i < std::min(path_count, ImageSearchPaths.size()); ++i) {
-            const std::string& folder = ImageSearchPaths[i];
-            if (IsReadable(folder.empty() ? name.text : folder + '/' + name.text)) return;
-        }
+        if (name.text.empty() || !FindPicture(name.text, path_count).empty()) return;
         check_.Error(name.place, "the picture " + Shown(name.text) + " is in none of the folders for pictures");
     }
 
     bool CheckGeometry(const Name& name)
     {
-        if (IsReadable(name.text)) return true;
+        if (IsReadableFile(name.text)) return true;
         is_model_missing_           = true;
         const std::string beside    = (fs::path(name.place.file->path).parent_path() / name.text).string();
-        const bool        is_beside = !name.text.empty() && IsReadable(beside);
+        const bool        is_beside = !name.text.empty() && IsReadableFile(beside);
         check_.Error(name.place, "the file " + Shown(name.text) + " cannot be opened" +
                                      (is_beside ? ": paths begin in the working folder, not beside this file" : ""));
         return false;

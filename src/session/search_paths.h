@@ -1,5 +1,6 @@
 #pragma once
 
+#include <limits>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,5 +13,11 @@ extern std::vector<std::string> ImageSearchPaths;
 
 /// Appends unless the list holds an equal string.
 void AddImageSearchPath(std::string_view path);
+
+/// Whether a file can be read. Regular files only: a folder holds nothing, and a pipe or a device might never end.
+bool IsReadableFile(const std::string& path);
+
+/// The first place among the first `folder_count` of ImageSearchPaths where the file is; empty when there is none.
+std::string FindPicture(const std::string& path, std::size_t folder_count = std::numeric_limits<std::size_t>::max());
 
 }  // namespace hv

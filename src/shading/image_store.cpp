@@ -6,33 +6,10 @@
 #include "shading/byte_powers.h"
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
 
 namespace hv {
 
 std::vector<Image> Images;
-
-namespace {
-
-/// Regular files only: a folder has no pixels, and a pipe or a device might never end.
-bool IsReadableFile(const std::string& path)
-{
-    std::error_code ignored;
-    return std::filesystem::is_regular_file(path, ignored) && std::ifstream(path, std::ios::binary).is_open();
-}
-
-/// The first place on the search list where the file is; empty when there is none.
-std::string FindPicture(const std::string& path)
-{
-    for (const std::string& folder : ImageSearchPaths) {
-        std::string candidate = folder.empty() ? path : folder + '/' + path;
-        if (IsReadableFile(candidate)) return candidate;
-    }
-    return {};
-}
-
-}  // namespace
 
 int FindOrAddImage(std::string_view path)
 {
