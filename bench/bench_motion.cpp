@@ -2,6 +2,7 @@
 // thread and all; and what MoveObjects takes of a frame when nothing moves.
 
 #include "accel/accel.h"
+#include "accel/curve_tree.h"
 #include "accel/hierarchy.h"
 #include "base/release.h"
 #include "geometry/assembly.h"
@@ -99,6 +100,7 @@ void BenchSteps(const char* name, Part part, int runs)
         {"Update", [&] { hv::Update(object, false, kFrames); }},
         {"list levels", [&] { hv::CollectLevels(object); }},
         {"wide tree", [&] { hv::MakeWideTree(object); }},
+        {"curve tree", [&] { hv::MakeCurveTree(object); }},
         {"pack", [&] { hv::PackLeaves(object); }},
     };
     const int all_threads = hv::TeamSize();

@@ -100,11 +100,13 @@ struct Curve {
     float  radius0, radius1;
 };
 
-/// A curve of the curve tree: one cache line.
+/// A curve of the curve tree: one cache line. Not set when made, as WideNode.
 struct alignas(64) PlacedCurve {
     PlacedCurve() {}
 
-    Curve         curve;
+    union {
+        Curve curve;  ///< in a union as its vectors would be set
+    };
     std::uint32_t index;  ///< of the cylinder in its part
     std::uint16_t part;
 };

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <memory>
 
 namespace hv {
 
@@ -42,7 +43,11 @@ struct LaneList {
 
 class CurvePlanner {
 public:
-    explicit CurvePlanner(const Object& object) : object_(object), plans_(object.binaryNodes.size()) {}
+    explicit CurvePlanner(const Object& object)
+        : object_(object), plans_(std::make_unique_for_overwrite<CurvePlan[]>(object.binaryNodes.size()))
+    {
+        AskForLargePages(plans_.get(), object.binaryNodes.size() * sizeof(CurvePlan));
+    }
 
     const CurvePlan& operator[](std::uint32_t binary) const { return plans_[binary]; }
 
@@ -192,8 +197,9 @@ private:
             Share(binary, lanes, list);
     }
 
-    const Object&          object_;
-    std::vector<CurvePlan> plans_;
+    const Object& object_;
+    /// One a binary node. Its memory is first touched by all threads.
+    std::unique_ptr<CurvePlan[]> plans_;
 };
 
 /// A binary node with the places of what is made of it.
