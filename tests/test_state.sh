@@ -9,8 +9,9 @@ shift
 sed -n '/^## Module-wide state/,/^## /p' "$document" | sed -nE 's/^\| (`[^|]*) \|.*/\1/p' | grep -oE '`[^`]+`' |
     tr -d '`' | sort >"$scratch/documented"
 
-# Writable sections only. Compilers add guards and sanitizers their own symbols, none of them inside the namespace.
-objdump -tC "$@" | sed -nE 's/^[0-9a-f]{16} .{7} (\.(data|bss|tdata|tbss)[^ \t]*)\t[0-9a-f]+ +(\.hidden +)?(hv::.*)$/\1 \4/p' |
+# Writable sections only. Compilers add guards and sanitizers their own symbols, none of them inside the namespace, and
+# number the members of a record that they keep apart.
+objdump -t "$@" | sed -E 's/\.[0-9]+$//' | c++filt | sed -nE 's/^[0-9a-f]{16} .{7} (\.(data|bss|tdata|tbss)[^ \t]*)\t[0-9a-f]+ +(\.hidden +)?(hv::.*)$/\1 \4/p' |
     grep -v '^\.data\.rel\.ro' | sed -E 's/^[^ ]+ //; s/\(anonymous namespace\):://g; s/\[abi:[a-z0-9]+\]//g; s/^hv:://' |
     grep -vE '^(\.|_)' | sort -u >"$scratch/present"
 

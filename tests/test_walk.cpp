@@ -284,7 +284,8 @@ int MissesFromInside(Random& random, float jitter, int count)
     const float  reach  = jitter * (Objects[0].box.max.x - center.x);
     int          misses = 0;
     for (int n = 0; n < count; ++n) {
-        RayRecord ray = MakeRay(center + reach * Point(random), Normalized(Point(random)));
+        const Vector direction = Normalized(Point(random));
+        RayRecord    ray       = MakeRay(center + reach * Point(random), direction);
         misses += !TraceClosest(ray);
     }
     return misses;

@@ -11,8 +11,9 @@ namespace hv {
 struct Vector {
     float x = 0.0f, y = 0.0f, z = 0.0f;
 
-    float  operator[](int axis) const { return (&x)[axis]; }
-    float& operator[](int axis) { return (&x)[axis]; }
+    // Of the whole: clang takes (&x)[axis] for x alone when it orders accesses.
+    float  operator[](int axis) const { return reinterpret_cast<const float*>(this)[axis]; }
+    float& operator[](int axis) { return reinterpret_cast<float*>(this)[axis]; }
     bool   operator==(const Vector&) const = default;
 };
 
@@ -20,8 +21,8 @@ struct Vector {
 struct Color {
     float r = 0.0f, g = 0.0f, b = 0.0f;
 
-    float  operator[](int channel) const { return (&r)[channel]; }
-    float& operator[](int channel) { return (&r)[channel]; }
+    float  operator[](int channel) const { return reinterpret_cast<const float*>(this)[channel]; }
+    float& operator[](int channel) { return reinterpret_cast<float*>(this)[channel]; }
     bool   operator==(const Color&) const = default;
 };
 
